@@ -1,0 +1,59 @@
+#pragma once
+
+#include <QHash>
+#include <QSet>
+#include <QString>
+#include <QStringList>
+
+#include <cstdint>
+#include <variant>
+
+// What one run is to do. Every field is given by the caller.
+struct BackupOptions {
+    QSet<QString> nodeIDs;
+    bool dryRun = false;
+    // Per leaf id, the only assets of that leaf that take part; a leaf not listed takes part whole.
+    QHash<QString, QSet<QString>> onlyAssets;
+};
+
+// A snapshot sent before each asset and once at the end of a run.
+struct BackupProgress {
+    int64_t assetsDone = 0;
+    int64_t assetsTotal = 0;
+    QString currentName;
+    uint64_t bytesCopied = 0;
+};
+
+// What the engine hands to its listener: a progress snapshot or a line of the run log.
+// A log line that reports a failure begins "ERROR ", one that reports a date problem "WARNING ".
+struct BackupEvent {
+    enum class Kind { progress, log };
+
+    static BackupEvent makeProgress(const BackupProgress& progress) { return {Kind::progress, progress, {}}; }
+    static BackupEvent makeLog(const QString& line) { return {Kind::log, {}, line}; }
+
+    Kind kind = Kind::log;
+    BackupProgress progress;
+    QString line;
+};
+
+// The outcome of a run.
+struct BackupSummary {
+    int filesCopied = 0;
+    uint64_t bytesCopied = 0;
+    int filesAlreadyBackedUp = 0;
+    int duplicatesDiscarded = 0;
+    int filesAdopted = 0;
+    int filesToCopy = 0;
+    QStringList assetsNotOnDevice;
+    QStringList dateWarnings;
+    QStringList errors;
+    bool cancelled = false;
+    bool isDryRun = false;
+
+    // The summary shown to the user after a run; always at least two lines.
+    QStringList lines() const;
+};
+
+// A byte count as a file manager shows it (decimal units).
+QString formatByteCount(uint64_t bytes);

@@ -1,0 +1,44 @@
+#pragma once
+
+#include "library/SQLiteDB.h"
+
+#include <QDateTime>
+#include <QHash>
+#include <QSet>
+#include <QString>
+
+#include <memory>
+#include <optional>
+
+// The record of what was backed up into one backup folder, kept in the folder itself.
+// Every row is write-once: the first insert for a key wins and later ones are ignored,
+// so running a backup again never rewrites history.
+class Manifest {
+public:
+    enum class Status { copied, duplicate, adopted };
+
+    static inline const QString fileName = QStringLiteral(".ombrelo-manifest.sqlite");
+
+    static bool exists(const QString& root);
+    static QString rawValue(Status status);
+
+    explicit Manifest(const QString& root);
+
+    std::optional<QString> path(const QString& hash, const QString& dest);
+    void recordAlbum(const QString& uuid, const QString& path, const QString& title);
+    QHash<QString, QString> albumPaths();
+    std::optional<QString> stem(const QString& asset, const QString& dest);
+    QSet<QString> stems(const QString& dest);
+    void reserveStem(const QString& asset, const QString& dest, const QString& stem);
+    QSet<QString> backedUpAssets(const QString& destination);
+    int fileCount();
+
+    // The manifest's date format: ISO 8601 in UTC, whole seconds (2024-05-01T09:30:00Z).
+    QString formatDate(const QDateTime& date) const;
+
+    // The open connection, for the engine's own statements.
+    SQLiteDB& db() { return *m_db; }
+
+private:
+    std::unique_ptr<SQLiteDB> m_db;
+};

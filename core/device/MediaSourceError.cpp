@@ -1,0 +1,18 @@
+#include "MediaSourceError.h"
+
+namespace {
+QString describe(MediaSourceError::Kind kind, const QString& path, const QString& message)
+{
+    if (kind == MediaSourceError::Kind::notFound)
+        return "Not found on device: " + path;
+    return "Could not read " + path + " from device: " + message;
+}
+} // namespace
+
+MediaSourceError::MediaSourceError(Kind kind, const QString& path, const QString& message)
+    : std::runtime_error(describe(kind, path, message).toStdString()), m_kind(kind), m_path(path),
+      m_message(message)
+{
+}
+
+QString MediaSourceError::description() const { return describe(m_kind, m_path, m_message); }

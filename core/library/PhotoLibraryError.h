@@ -1,0 +1,23 @@
+#pragma once
+
+#include <QString>
+
+#include <stdexcept>
+
+// The Photos database has a layout the reader cannot work with.
+class PhotoLibraryError : public std::runtime_error {
+public:
+    enum class Kind { unsupportedSchema };
+
+    static PhotoLibraryError unsupportedSchema(const QString& detail) { return {Kind::unsupportedSchema, detail}; }
+
+    Kind kind() const { return m_kind; }
+    const QString& detail() const { return m_detail; }
+    QString description() const;
+
+private:
+    PhotoLibraryError(Kind kind, const QString& detail);
+
+    Kind m_kind;
+    QString m_detail;
+};
