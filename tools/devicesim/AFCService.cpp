@@ -7,11 +7,14 @@
 #include <QtEndian>
 
 #include <algorithm>
+#include <array>
+#include <cerrno>
 #include <cstring>
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/statvfs.h>
+#include <unistd.h>
 
 namespace {
 
@@ -290,17 +293,8 @@ AFCService::Reply AFCService::readFile(uint64_t number, const QByteArray& argume
         if (!m_socket.writeAll(&header, sizeof header))
             return {false, what + ": the client went away"};
     }
-    const uint64_t rate = config->faults.bytesPerSecond;
-    // Slow links send in slices of about 10 ms, so the pace is even and a pulled cable is prompt.
-    const uint64_t slice = rate > 0 ? std::clamp<uint64_t>(rate / 100, 4096, 256 * 1024) : sendable;
-    for (uint64_t sent = 0; sent < sendable;) {
-        const uint64_t piece = std::min(slice, sendable - sent);
-        if (rate > 0)
-            m_device.link().pace(piece, rate);
-        if (!m_socket.sendFile(file.file.fd(), off_t(file.position + sent), size_t(piece)))
-            return {false, what + ": the client went away"};
-        sent += piece;
-    }
+    if (!sendRange(file.file.fd(), file.position, sendable, config->faults.bytesPerSecond))
+        return {false, what + ": the client went away"};
     file.position += sendable;
     m_servedBytes += sendable;
     if (cut) {
@@ -335,6 +329,40 @@ AFCService::Reply AFCService::seekFile(uint64_t number, const QByteArray& argume
         return {sendStatus(number, Error::invalidArgument), what + ": before the start"};
     file.position = uint64_t(base + offset);
     return {sendStatus(number, 0), what + ": now at " + QString::number(file.position)};
+}
+
+bool AFCService::sendRange(int file, uint64_t offset, uint64_t length, uint64_t bytesPerSecond)
+{
+    static const std::array<char, 256 * 1024> zeros{};
+    // Slow links send in slices of about 10 ms, so the pace is even and a pulled cable is prompt.
+    const uint64_t slice =
+        bytesPerSecond > 0 ? std::clamp<uint64_t>(bytesPerSecond / 100, 4096, zeros.size()) : length;
+    while (length > 0) {
+        uint64_t piece = std::min(length, slice);
+        bool hole = false;
+        const off_t data = ::lseek(file, off_t(offset), SEEK_DATA);
+        if (data < 0 && errno == ENXIO) {
+            hole = true; // nothing but a hole up to the end of the file
+        } else if (data > off_t(offset)) {
+            hole = true;
+            piece = std::min(piece, uint64_t(data) - offset);
+        } else if (data == off_t(offset)) {
+            const off_t holeStart = ::lseek(file, off_t(offset), SEEK_HOLE);
+            if (holeStart > off_t(offset))
+                piece = std::min(piece, uint64_t(holeStart) - offset);
+        }
+        if (hole)
+            piece = std::min<uint64_t>(piece, zeros.size());
+        if (bytesPerSecond > 0)
+            m_device.link().pace(piece, bytesPerSecond);
+        const bool sent = hole ? m_socket.writeAll(zeros.data(), size_t(piece))
+                               : m_socket.sendFile(file, off_t(offset), size_t(piece));
+        if (!sent)
+            return false;
+        offset += piece;
+        length -= piece;
+    }
+    return true;
 }
 
 bool AFCService::sendStatus(uint64_t number, uint64_t code) { return sendValue(number, Op::status, code); }

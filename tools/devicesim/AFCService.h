@@ -43,6 +43,10 @@ private:
     Reply readFile(uint64_t number, const QByteArray& arguments);
     Reply seekFile(uint64_t number, const QByteArray& arguments);
 
+    // Sends file bytes straight from the page cache, and the holes of a sparse file as zeros from
+    // memory, so a multi-gigabyte sparse video costs neither memory nor cache. False when the
+    // client went away.
+    bool sendRange(int file, uint64_t offset, uint64_t length, uint64_t bytesPerSecond);
     bool sendStatus(uint64_t number, uint64_t code);
     bool sendValue(uint64_t number, uint64_t operation, uint64_t value);
     bool sendData(uint64_t number, const QByteArray& data);
