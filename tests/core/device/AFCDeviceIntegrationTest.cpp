@@ -1,4 +1,5 @@
 #include "DeviceSimulator.h"
+#include "QtPrinters.h"
 #include "TempDir.h"
 #include "device/AFCDevice.h"
 #include "device/DeviceError.h"
