@@ -1,13 +1,10 @@
+#include "QtPrinters.h"
 #include "demo/DemoLibrary.h"
 #include "plan/BackupPlan.h"
 
 #include <QDateTime>
 
 #include <gtest/gtest.h>
-
-#include <ostream>
-
-inline void PrintTo(const QString& text, std::ostream* out) { *out << '"' << text.toStdString() << '"'; }
 
 namespace {
 
