@@ -3,6 +3,7 @@
 #include "DevicesCommand.h"
 #include "LsCommand.h"
 #include "PullCommand.h"
+#include "VerifyCommand.h"
 
 std::vector<std::unique_ptr<Command>> makeCommands()
 {
@@ -10,5 +11,6 @@ std::vector<std::unique_ptr<Command>> makeCommands()
     commands.push_back(std::make_unique<DevicesCommand>());
     commands.push_back(std::make_unique<LsCommand>());
     commands.push_back(std::make_unique<PullCommand>());
+    commands.push_back(std::make_unique<VerifyCommand>());
     return commands;
 }
