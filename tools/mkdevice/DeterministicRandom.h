@@ -45,11 +45,19 @@ public:
     // An upper-case version 4 UUID, as Photos writes them.
     QString uuid()
     {
-        QByteArray raw = bytes(16);
-        raw[6] = char((raw[6] & 0x0F) | 0x40);
-        raw[8] = char((raw[8] & 0x3F) | 0x80);
-        const QString hex = QString::fromLatin1(raw.toHex().toUpper());
-        return hex.mid(0, 8) + '-' + hex.mid(8, 4) + '-' + hex.mid(12, 4) + '-' + hex.mid(16, 4) + '-' + hex.mid(20);
+        const uint64_t high = (next() & 0xFFFFFFFFFFFF0FFFull) | 0x0000000000004000ull;
+        const uint64_t low = (next() & 0x3FFFFFFFFFFFFFFFull) | 0x8000000000000000ull;
+        static const char digits[] = "0123456789ABCDEF";
+        QString text(36, QChar('-'));
+        QChar* out = text.data();
+        int at = 0;
+        for (int i = 0; i < 32; ++i) {
+            if (at == 8 || at == 13 || at == 18 || at == 23)
+                ++at;
+            const uint64_t word = i < 16 ? high : low;
+            out[at++] = QLatin1Char(digits[(word >> (60 - 4 * (i % 16))) & 0xF]);
+        }
+        return text;
     }
 
 private:

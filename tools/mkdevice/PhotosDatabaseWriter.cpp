@@ -10,6 +10,7 @@
 #include <plist/plist.h>
 #include <sqlite3.h>
 
+#include <cmath>
 #include <functional>
 #include <memory>
 #include <variant>
@@ -85,27 +86,35 @@ public:
         return Statement(statement);
     }
 
-    void run(sqlite3_stmt* statement, const QList<Cell>& cells)
+    void bind(sqlite3_stmt* statement, int index, const Cell& cell)
     {
-        sqlite3_reset(statement);
-        for (int i = 0; i < cells.size(); ++i) {
-            const int index = i + 1;
-            const auto& v = cells[i].value;
-            if (const auto* integer = std::get_if<int64_t>(&v)) {
-                sqlite3_bind_int64(statement, index, *integer);
-            } else if (const auto* real = std::get_if<double>(&v)) {
-                sqlite3_bind_double(statement, index, *real);
-            } else if (const auto* text = std::get_if<QString>(&v)) {
-                const QByteArray utf8 = text->toUtf8();
-                sqlite3_bind_text(statement, index, utf8.constData(), int(utf8.size()), SQLITE_TRANSIENT);
-            } else if (const auto* blob = std::get_if<QByteArray>(&v)) {
-                sqlite3_bind_blob(statement, index, blob->constData(), int(blob->size()), SQLITE_TRANSIENT);
-            } else {
-                sqlite3_bind_null(statement, index);
-            }
+        const auto& v = cell.value;
+        if (const auto* integer = std::get_if<int64_t>(&v)) {
+            sqlite3_bind_int64(statement, index, *integer);
+        } else if (const auto* real = std::get_if<double>(&v)) {
+            sqlite3_bind_double(statement, index, *real);
+        } else if (const auto* text = std::get_if<QString>(&v)) {
+            const QByteArray utf8 = text->toUtf8();
+            sqlite3_bind_text(statement, index, utf8.constData(), int(utf8.size()), SQLITE_TRANSIENT);
+        } else if (const auto* blob = std::get_if<QByteArray>(&v)) {
+            sqlite3_bind_blob(statement, index, blob->constData(), int(blob->size()), SQLITE_TRANSIENT);
+        } else {
+            sqlite3_bind_null(statement, index);
         }
+    }
+
+    void step(sqlite3_stmt* statement)
+    {
         if (sqlite3_step(statement) != SQLITE_DONE)
             fail("could not be written");
+        sqlite3_reset(statement);
+    }
+
+    void run(sqlite3_stmt* statement, const QList<Cell>& cells)
+    {
+        for (int i = 0; i < cells.size(); ++i)
+            bind(statement, i + 1, cells[i]);
+        step(statement);
     }
 
     void run(const QString& sql, const QList<Cell>& cells)
@@ -160,13 +169,10 @@ public:
         }
         Statement statement =
             connection.prepare("INSERT INTO " + m_name + " (" + names.join(", ") + ") VALUES (" + marks.join(", ") + ")");
-        QList<Cell> cells;
-        cells.reserve(m_columns.size());
         for (const Row* row : rows) {
-            cells.clear();
-            for (const Column<Row>& column : m_columns)
-                cells << column.value(*row);
-            connection.run(statement.get(), cells);
+            for (int i = 0; i < m_columns.size(); ++i)
+                connection.bind(statement.get(), i + 1, m_columns[i].value(*row));
+            connection.step(statement.get());
         }
     }
 
@@ -225,6 +231,19 @@ Cell dateCell(const PhoneAsset& asset)
     if (asset.dateStoredAsInteger)
         return Cell(int64_t(*asset.dateCreated));
     return Cell(*asset.dateCreated);
+}
+
+// "2024:05:01 09:30:00", as a camera writes its capture time.
+Cell exifTimestamp(const std::optional<double>& date)
+{
+    if (!date)
+        return null;
+    const int64_t seconds = int64_t(std::floor(*date));
+    const int64_t days = seconds >= 0 ? seconds / 86400 : (seconds - 86399) / 86400;
+    const int64_t time = seconds - days * 86400;
+    const QDate day = QDate(2001, 1, 1).addDays(days);
+    return Cell(QString::asprintf("%04d:%02d:%02d %02d:%02d:%02d", day.year(), day.month(), day.day(), int(time / 3600),
+                                  int(time / 60 % 60), int(time % 60)));
 }
 
 QByteArray metadataPlist(int64_t modelVersion)
@@ -370,9 +389,7 @@ void PhotosDatabaseWriter::write(const QString& path, const PhoneContent& conten
         until<PhoneAsset>(14, "ZCREATORBUNDLEID", kVarchar, [](const PhoneAsset& a) {
             return Cell(a.importSessionPK ? QString("com.apple.mobileslideshow") : QString("com.apple.camera"));
         }),
-        always<PhoneAsset>("ZEXIFTIMESTAMPSTRING", kVarchar, [](const PhoneAsset& a) {
-            return a.dateCreated ? Cell(QDateTime::fromSecsSinceEpoch(int64_t(*a.dateCreated) + 978307200, Qt::UTC).toString("yyyy:MM:dd HH:mm:ss")) : null;
-        }),
+        always<PhoneAsset>("ZEXIFTIMESTAMPSTRING", kVarchar, [](const PhoneAsset& a) { return exifTimestamp(a.dateCreated); }),
         from<PhoneAsset>(15, "ZIMPORTEDBYBUNDLEIDENTIFIER", kVarchar, [](const PhoneAsset& a) {
             return Cell(a.importSessionPK ? QString("com.apple.mobileslideshow") : QString("com.apple.camera"));
         }),
@@ -457,9 +474,9 @@ void PhotosDatabaseWriter::write(const QString& path, const PhoneContent& conten
     Connection db(path);
     db.execute("PRAGMA page_size = 4096");
     db.execute("PRAGMA auto_vacuum = INCREMENTAL");
-    db.execute("PRAGMA journal_mode = WAL");
-    db.execute("PRAGMA wal_autocheckpoint = 0");
+    db.execute("PRAGMA journal_mode = OFF"); // the bulk goes straight into the main file
     db.execute("PRAGMA synchronous = OFF");
+    db.execute("PRAGMA cache_size = -131072"); // 128 MiB: the bulk goes to the log once, not in spills
 
     db.execute("BEGIN");
     db.execute("CREATE TABLE Z_PRIMARYKEY (Z_ENT INTEGER PRIMARY KEY, Z_NAME VARCHAR, Z_SUPER INTEGER, Z_MAX INTEGER)");
@@ -583,12 +600,9 @@ void PhotosDatabaseWriter::write(const QString& path, const PhoneContent& conten
     }
     db.execute("COMMIT");
 
-    // Everything so far goes into the main file; what follows stays in the log.
-    int logFrames = -1;
-    int checkpointed = -1;
-    if (sqlite3_wal_checkpoint_v2(db.handle(), nullptr, SQLITE_CHECKPOINT_TRUNCATE, &logFrames, &checkpointed) != SQLITE_OK
-        || logFrames != checkpointed)
-        db.fail("could not be checkpointed");
+    // Everything so far is in the main file; what follows stays in the log.
+    db.execute("PRAGMA journal_mode = WAL");
+    db.execute("PRAGMA wal_autocheckpoint = 0");
 
     db.execute("BEGIN");
     attributes.insert(db, recentAssets);

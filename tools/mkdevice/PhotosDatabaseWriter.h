@@ -8,7 +8,7 @@
 #include <cstdint>
 
 // Writes PhotoData/Photos.sqlite in the table layout of one generation, and leaves it as a
-// phone does: in WAL mode, everything but the most recent changes checkpointed into the main
+// phone does: in WAL mode, everything but the most recent changes in the main
 // file, the recent ones (items, an album, memberships, an item moved to the trash) only in
 // Photos.sqlite-wal, with its Photos.sqlite-shm beside it.
 class PhotosDatabaseWriter {
