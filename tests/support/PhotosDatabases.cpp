@@ -80,18 +80,18 @@ void addMember(SQLiteDB& db, int64_t albumPK, int64_t assetPK)
     db.execute("INSERT INTO Z_28ASSETS (Z_28ALBUMS, Z_3ASSETS) VALUES (?, ?)", {albumPK, assetPK});
 }
 
-void damageTable(const QString& databasePath, const QString& table)
+void damageBtree(const QString& databasePath, const QString& name)
 {
     int64_t rootPage = 0;
     int64_t pageSize = 0;
     {
         SQLiteDB db(databasePath, true, false);
-        db.query("SELECT rootpage FROM sqlite_master WHERE type='table' AND name=?", {table},
+        db.query("SELECT rootpage FROM sqlite_master WHERE name=?", {name},
                  [&](const SQLRow& row) { rootPage = row.integer(0).value_or(0); });
         db.query("PRAGMA page_size", {}, [&](const SQLRow& row) { pageSize = row.integer(0).value_or(0); });
     }
     if (rootPage < 2 || pageSize <= 0)
-        throw std::runtime_error(("no table " + table).toStdString());
+        throw std::runtime_error(("no table or index " + name).toStdString());
     QFile file(databasePath);
     if (!file.open(QIODevice::ReadWrite) || !file.seek((rootPage - 1) * pageSize) ||
         file.write(QByteArray(int(pageSize), char(0xA5))) != pageSize)

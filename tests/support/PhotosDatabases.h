@@ -49,5 +49,6 @@ void addAsset(SQLiteDB& db, const TestAsset& asset);
 void addAlbum(SQLiteDB& db, int64_t pk, int64_t kind, const QString& title, std::optional<int64_t> parent = {});
 void addMember(SQLiteDB& db, int64_t albumPK, int64_t assetPK);
 
-// Overwrites the first page of a table's b-tree, so that the first statement reading it fails.
-void damageTable(const QString& databasePath, const QString& table);
+// Overwrites the first page of a table's or an index's b-tree: the first statement that reads a
+// damaged table fails, and SQLite's quick check reports each damaged index.
+void damageBtree(const QString& databasePath, const QString& name);

@@ -456,7 +456,7 @@ TEST(PhotoLibrary, QueriesAreTheDocumentedOnes)
         static int n = 0;
         const QString path = dir.filePath(QString("db%1.sqlite").arg(++n));
         change(*createPhotosDatabase(path));
-        damageTable(path, table);
+        damageBtree(path, table);
         try {
             PhotoLibrary::load(path);
         } catch (const SQLiteError& error) {
