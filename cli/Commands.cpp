@@ -1,7 +1,10 @@
 #include "Commands.h"
 
+#include "LibraryCommand.h"
+
 std::vector<std::unique_ptr<Command>> makeCommands()
 {
     std::vector<std::unique_ptr<Command>> commands;
+    commands.push_back(std::make_unique<LibraryCommand>());
     return commands;
 }
