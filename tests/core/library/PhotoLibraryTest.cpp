@@ -51,6 +51,8 @@ const CorpusCounts kCorpus[] = {
      "Z_33ASSETS (Z_33ALBUMS, Z_3ASSETS)"},
 };
 
+void PrintTo(const CorpusCounts& counts, std::ostream* os) { *os << counts.name; }
+
 class CorpusTest : public testing::TestWithParam<CorpusCounts> {};
 
 TEST_P(CorpusTest, CountsAlbumsAndMembership)
@@ -266,8 +268,10 @@ TEST(PhotoLibrary, AssetRows)
         addAsset(*db, TestAsset(7, "IMG_0007.HEIC").date(745923456.123456789).subtype(2).original("Beach.HEIC"));
         addAsset(*db, TestAsset(3, "IMG_0003.MOV").date(std::nullopt).video().hidden().trashed().original(""));
         addAsset(*db, TestAsset(4, "IMG_0004.JPG"));
-        db->execute("UPDATE ZASSET SET ZKIND = NULL, ZKINDSUBTYPE = NULL, ZSAVEDASSETTYPE = NULL, "
-                    "ZBUNDLESCOPE = 2, ZHIDDEN = NULL WHERE Z_PK = 4");
+        addAsset(*db, TestAsset(5, "IMG_0005.JPG"));
+        db->execute("UPDATE ZASSET SET ZKIND = 2, ZKINDSUBTYPE = NULL, ZSAVEDASSETTYPE = NULL, "
+                    "ZBUNDLESCOPE = 2 WHERE Z_PK = 4");
+        db->execute("UPDATE ZASSET SET ZKIND = NULL, ZHIDDEN = NULL, ZTRASHEDSTATE = NULL WHERE Z_PK = 5");
         // The timestamp decides, whatever the flag says.
         db->execute("UPDATE ZASSET SET ZADJUSTMENTTIMESTAMP = 1.0, ZHASADJUSTMENTS = 0 WHERE Z_PK = 7");
         db->execute("UPDATE ZASSET SET ZHASADJUSTMENTS = 1 WHERE Z_PK = 3");
@@ -276,11 +280,12 @@ TEST(PhotoLibrary, AssetRows)
                     "(20, NULL, 'DCIM', 'a.JPG', 0), (21, 'u21', NULL, 'b.JPG', 0), (22, 'u22', 'DCIM', NULL, 0)");
     }
     const PhotoLibrary library = PhotoLibrary::load(path);
-    ASSERT_EQ(library.assets.size(), 3);
+    ASSERT_EQ(library.assets.size(), 4);
     const LibraryAsset& video = library.assets[0];
     const LibraryAsset& plain = library.assets[1];
-    const LibraryAsset& live = library.assets[2];
-    EXPECT_EQ((QList<int64_t>{video.pk, plain.pk, live.pk}), (QList<int64_t>{3, 4, 7})); // table order
+    const LibraryAsset& nulls = library.assets[2];
+    const LibraryAsset& live = library.assets[3];
+    EXPECT_EQ((QList<int64_t>{video.pk, plain.pk, nulls.pk, live.pk}), (QList<int64_t>{3, 4, 5, 7})); // table order
 
     EXPECT_EQ(live.uuid, "asset-7");
     EXPECT_EQ(live.sourcePath(), "/DCIM/100APPLE/IMG_0007.HEIC");
@@ -300,9 +305,11 @@ TEST(PhotoLibrary, AssetRows)
     EXPECT_EQ(video.displayName(), "IMG_0003.MOV");
     EXPECT_FALSE(video.hasAdjustments); // flag set, but no timestamp
 
-    EXPECT_FALSE(plain.isVideo);
+    EXPECT_FALSE(plain.isVideo); // only kind 1 is a video
     EXPECT_EQ(plain.kindSubtype, 0);
-    EXPECT_FALSE(plain.isHidden);
+    EXPECT_FALSE(nulls.isVideo);
+    EXPECT_FALSE(nulls.isHidden);
+    EXPECT_FALSE(nulls.isTrashed);
     EXPECT_FALSE(plain.savedAssetType.has_value());
     EXPECT_EQ(plain.bundleScope, 2);
     EXPECT_FALSE(plain.originalFilename.has_value());
@@ -318,12 +325,12 @@ TEST(PhotoLibrary, AssetRows)
             flags << asset.hasAdjustments;
         return flags;
     };
-    EXPECT_EQ(edited(), (QList<bool>{true, false, false}));
+    EXPECT_EQ(edited(), (QList<bool>{true, false, false, false}));
     {
         SQLiteDB db(path, false, false);
         db.execute("ALTER TABLE ZASSET DROP COLUMN ZHASADJUSTMENTS");
     }
-    EXPECT_EQ(edited(), (QList<bool>{false, false, false}));
+    EXPECT_EQ(edited(), (QList<bool>{false, false, false, false}));
 }
 
 TEST(PhotoLibrary, AlbumsFoldersAndMembership)
