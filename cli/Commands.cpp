@@ -1,10 +1,12 @@
 #include "Commands.h"
 
 #include "LibraryCommand.h"
+#include "VerifyCommand.h"
 
 std::vector<std::unique_ptr<Command>> makeCommands()
 {
     std::vector<std::unique_ptr<Command>> commands;
     commands.push_back(std::make_unique<LibraryCommand>());
+    commands.push_back(std::make_unique<VerifyCommand>());
     return commands;
 }

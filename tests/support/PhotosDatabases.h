@@ -1,6 +1,6 @@
 #pragma once
 
-#include "QtPrinting.h"
+#include "QtPrinters.h"
 #include "library/SQLiteDB.h"
 
 #include <QString>
