@@ -1,5 +1,6 @@
 #include "LibraryCommand.h"
 
+#include "device/AFCDevice.h"
 #include "device/DeviceError.h"
 #include "device/MediaSourceError.h"
 #include "library/LibrarySnapshot.h"
@@ -146,9 +147,13 @@ PhotoLibrary LibraryCommand::readFile(const QString& path) const
     return PhotoLibrary::load(scratch.filePath("Photos.sqlite"));
 }
 
-PhotoLibrary LibraryCommand::readDevice(const std::optional<QString>&, CommandContext&) const
+PhotoLibrary LibraryCommand::readDevice(const std::optional<QString>& udid, CommandContext& context) const
 {
-    throw std::runtime_error("Reading a connected device is not available in this build; use --db FILE.");
+    AFCDevice device(udid);
+    const QString folder = LibrarySnapshot::cacheFolder(device.info().udid);
+    context.err << "Copying the Photos database of " << device.info().summary() << " into " << folder << "\n";
+    context.err.flush();
+    return LibrarySnapshot::fetch(device, folder, 3);
 }
 
 int LibraryCommand::run(const QCommandLineParser& parser, CommandContext& context)
