@@ -1,10 +1,16 @@
 #include "Commands.h"
 
+#include "BackupCommand.h"
+#include "CheckCommand.h"
+#include "TreeCommand.h"
 #include "VerifyCommand.h"
 
 std::vector<std::unique_ptr<Command>> makeCommands()
 {
     std::vector<std::unique_ptr<Command>> commands;
+    commands.push_back(std::make_unique<BackupCommand>());
+    commands.push_back(std::make_unique<TreeCommand>());
+    commands.push_back(std::make_unique<CheckCommand>());
     commands.push_back(std::make_unique<VerifyCommand>());
     return commands;
 }
