@@ -2,6 +2,10 @@
 
 #include "BackupCommand.h"
 #include "CheckCommand.h"
+#include "DevicesCommand.h"
+#include "LibraryCommand.h"
+#include "LsCommand.h"
+#include "PullCommand.h"
 #include "TreeCommand.h"
 #include "VerifyCommand.h"
 
@@ -12,5 +16,9 @@ std::vector<std::unique_ptr<Command>> makeCommands()
     commands.push_back(std::make_unique<TreeCommand>());
     commands.push_back(std::make_unique<CheckCommand>());
     commands.push_back(std::make_unique<VerifyCommand>());
+    commands.push_back(std::make_unique<DevicesCommand>());
+    commands.push_back(std::make_unique<LibraryCommand>());
+    commands.push_back(std::make_unique<LsCommand>());
+    commands.push_back(std::make_unique<PullCommand>());
     return commands;
 }
