@@ -27,7 +27,7 @@ struct BackupPlan {
     QHash<QString, QString> albumPaths;
 
     // existingAlbumPaths: album UUID → folder recorded by an earlier backup of the destination.
-    BackupPlan(const PhotoLibrary& library, const QHash<QString, QString>& existingAlbumPaths);
+    BackupPlan(const PhotoLibrary& library, const QHash<QString, QString>& existingAlbumPaths = {});
 
     QList<BackupNode> topLevelNodes() const;
     QList<BackupNode> allLeaves() const;

@@ -1,0 +1,313 @@
+#include "plan/BackupPlan.h"
+
+#include <QLocale>
+
+#include <gtest/gtest.h>
+
+#include <ostream>
+
+inline void PrintTo(const QString& text, std::ostream* out) { *out << '"' << text.toStdString() << '"'; }
+
+namespace {
+
+LibraryAsset photo(int64_t pk, const QString& uuid, std::optional<double> date = 0.0)
+{
+    LibraryAsset asset;
+    asset.pk = pk;
+    asset.uuid = uuid;
+    asset.directory = "DCIM/100APPLE";
+    asset.filename = QString("IMG_%1.HEIC").arg(pk, 4, 10, QLatin1Char('0'));
+    asset.dateCreated = date;
+    return asset;
+}
+
+LibraryAlbum album(int64_t pk, const QString& title, std::optional<int64_t> parent = std::nullopt)
+{
+    return {pk, QString("album-%1").arg(pk), title, false, parent, false};
+}
+
+LibraryAlbum folder(int64_t pk, const QString& title, std::optional<int64_t> parent = std::nullopt)
+{
+    return {pk, QString("album-%1").arg(pk), title, true, parent, false};
+}
+
+QStringList titles(const QList<BackupNode>& nodes)
+{
+    QStringList result;
+    for (const BackupNode& node : nodes)
+        result << node.title;
+    return result;
+}
+
+QStringList uuids(const QList<LibraryAsset>& assets)
+{
+    QStringList result;
+    for (const LibraryAsset& asset : assets)
+        result << asset.uuid;
+    return result;
+}
+
+// Every asset UUID the tree places anywhere, leaf by leaf.
+QStringList placed(const BackupPlan& plan)
+{
+    QStringList result;
+    for (const BackupNode& leaf : plan.allLeaves())
+        result << leaf.assetUUIDs;
+    return result;
+}
+
+} // namespace
+
+TEST(SkipReason, RawValuesAreExactAndCaseSensitive)
+{
+    QStringList raws;
+    for (SkipReason reason : allSkipReasons())
+        raws << rawValue(reason);
+    EXPECT_EQ(raws, (QStringList{"Recently Deleted", "Shared with You (Messages)", "iCloud Shared Albums",
+                                 "Other library scope"}));
+    EXPECT_EQ(skipReasonFromRawValue("Recently Deleted"), SkipReason::trashed);
+    EXPECT_EQ(skipReasonFromRawValue("iCloud Shared Albums"), SkipReason::sharedAlbum);
+    EXPECT_FALSE(skipReasonFromRawValue("recently deleted"));
+    EXPECT_FALSE(skipReasonFromRawValue(""));
+}
+
+TEST(BackupPlan, EligibilityTestsRunInOrderAndLeaveSkippedAssetsOutOfEveryLeaf)
+{
+    PhotoLibrary library;
+    auto add = [&](const QString& uuid, auto&& change) {
+        LibraryAsset asset = photo(library.assets.size() + 1, uuid);
+        change(asset);
+        library.assets << asset;
+    };
+    // Trashed wins over every later test.
+    add("trashed-and-messages", [](LibraryAsset& a) { a.isTrashed = true; a.savedAssetType = 12; });
+    add("trashed-hidden", [](LibraryAsset& a) { a.isTrashed = true; a.isHidden = true; });
+    add("messages-other-scope", [](LibraryAsset& a) { a.savedAssetType = 12; a.bundleScope = 5; });
+    add("scope-3-in-shared-folder", [](LibraryAsset& a) {
+        a.bundleScope = 3;
+        a.directory = "PhotoData/PhotoCloudSharingData/4F2A";
+    });
+    add("shared-folder-other-scope", [](LibraryAsset& a) {
+        a.directory = "PhotoData/PhotoCloudSharingData/4F2A";
+        a.bundleScope = 7;
+    });
+    add("other-scope", [](LibraryAsset& a) { a.bundleScope = 1; });
+    // Eligible: scope 0 or absent, other saved types, hidden, cloud assets elsewhere.
+    add("scope-0", [](LibraryAsset& a) { a.bundleScope = 0; a.savedAssetType = 3; });
+    add("no-scope", [](LibraryAsset&) {});
+    add("hidden", [](LibraryAsset& a) { a.isHidden = true; });
+    add("cloud", [](LibraryAsset& a) { a.directory = "PhotoData/CPLAssets/group1"; });
+    library.albums << album(1, "Trip");
+    library.membership[1] = {1, 3, 7};
+
+    const BackupPlan plan(library);
+
+    EXPECT_EQ(plan.skipped.value(SkipReason::trashed), 2);
+    EXPECT_EQ(plan.skipped.value(SkipReason::sharedWithYou), 2);
+    EXPECT_EQ(plan.skipped.value(SkipReason::sharedAlbum), 1);
+    EXPECT_EQ(plan.skipped.value(SkipReason::otherLibrary), 1);
+    QStringList eligible = plan.assetsByUUID.keys();
+    eligible.sort();
+    EXPECT_EQ(eligible, (QStringList{"cloud", "hidden", "no-scope", "scope-0"}));
+
+    QStringList all = placed(plan);
+    all.sort();
+    EXPECT_EQ(all, eligible); // skipped members of the album are dropped too
+    EXPECT_EQ(plan.albumTree.at(0).assetUUIDs, QStringList{"scope-0"});
+    EXPECT_EQ(plan.hidden.assetUUIDs, QStringList{"hidden"});
+}
+
+TEST(BackupPlan, ClashingAlbumPathsAreNumberedWithoutRegardToCase)
+{
+    PhotoLibrary library;
+    library.albums << album(1, "Trips") << album(2, "trips") << album(3, "TRIPS")
+                   << folder(4, "Family") << album(5, "family") // an album named like a folder
+                   << album(6, "X") << album(7, "X (2)") << album(8, "X")
+                   << album(9, "a/b:c") << album(10, " ... ")
+                   << folder(11, "Holidays") << album(12, "Japan", 11) << album(13, "Japan", 11)
+                   << album(14, "Japan");
+    const BackupPlan plan(library);
+
+    EXPECT_EQ(plan.albumPaths.value("album-1"), "Albums/Trips");
+    EXPECT_EQ(plan.albumPaths.value("album-2"), "Albums/trips (2)");
+    EXPECT_EQ(plan.albumPaths.value("album-3"), "Albums/TRIPS (3)");
+    EXPECT_EQ(plan.node("album-4")->relativePath, "Albums/Family");
+    EXPECT_EQ(plan.albumPaths.value("album-5"), "Albums/family (2)");
+    EXPECT_FALSE(plan.albumPaths.contains("album-4")); // folders have no album path
+    EXPECT_EQ(plan.albumPaths.value("album-6"), "Albums/X");
+    EXPECT_EQ(plan.albumPaths.value("album-7"), "Albums/X (2)");
+    EXPECT_EQ(plan.albumPaths.value("album-8"), "Albums/X (3)");
+    EXPECT_EQ(plan.albumPaths.value("album-9"), "Albums/a-b-c");
+    EXPECT_EQ(plan.albumPaths.value("album-10"), "Albums/Untitled");
+    EXPECT_EQ(plan.albumPaths.value("album-12"), "Albums/Holidays/Japan");
+    EXPECT_EQ(plan.albumPaths.value("album-13"), "Albums/Holidays/Japan (2)");
+    EXPECT_EQ(plan.albumPaths.value("album-14"), "Albums/Japan");
+    EXPECT_EQ(plan.node("album-13")->relativePath, "Albums/Holidays/Japan (2)");
+}
+
+TEST(BackupPlan, PathsRecordedByAnEarlierBackupAreKeptAndReserved)
+{
+    PhotoLibrary library;
+    library.albums << album(1, "Japan 2026 (renamed)") << album(2, "Paris") << album(3, "paris")
+                   << album(4, "Rome") << folder(5, "Old");
+    const QHash<QString, QString> existing{
+        {"album-1", "Albums/Japan 2026"},     // title changed on the phone since
+        {"album-4", "Albums/Weird:Name "},    // used as it stands, not sanitised
+        {"album-99", "Albums/PARIS"},         // an album gone from the phone still holds its folder
+    };
+    const BackupPlan plan(library, existing);
+
+    EXPECT_EQ(plan.albumPaths.value("album-1"), "Albums/Japan 2026");
+    EXPECT_EQ(plan.node("album-1")->title, "Japan 2026 (renamed)");
+    EXPECT_EQ(plan.albumPaths.value("album-4"), "Albums/Weird:Name ");
+    EXPECT_EQ(plan.albumPaths.value("album-2"), "Albums/Paris (2)");
+    EXPECT_EQ(plan.albumPaths.value("album-3"), "Albums/paris (3)");
+    EXPECT_FALSE(plan.albumPaths.contains("album-99"));
+    EXPECT_EQ(plan.albumPaths.size(), 4);
+}
+
+TEST(BackupPlan, ParentsThatAreMissingTrashedOrNotFoldersLeaveAlbumsAtTheTopLevel)
+{
+    PhotoLibrary library;
+    library.assets << photo(1, "in-trashed-album") << photo(2, "in-orphan");
+    LibraryAlbum trashedFolder = folder(1, "Gone");
+    trashedFolder.isTrashed = true;
+    LibraryAlbum trashedAlbum = album(2, "Deleted album");
+    trashedAlbum.isTrashed = true;
+    library.albums << trashedFolder << trashedAlbum
+                   << album(3, "Under trashed folder", 1)
+                   << album(4, "Orphan", 77)
+                   << album(5, "Plain")
+                   << album(6, "Under an album", 5)
+                   << folder(7, "Empty folder")
+                   << folder(8, "Outer") << folder(9, "Inner", 8) << album(10, "Deep", 9);
+    library.membership[2] = {1};
+    library.membership[4] = {2};
+    const BackupPlan plan(library);
+
+    EXPECT_EQ(titles(plan.albumTree),
+              (QStringList{"Empty folder", "Orphan", "Outer", "Plain", "Under an album", "Under trashed folder"}));
+    EXPECT_EQ(plan.albumPaths.value("album-3"), "Albums/Under trashed folder");
+    EXPECT_EQ(plan.albumPaths.value("album-4"), "Albums/Orphan");
+    EXPECT_EQ(plan.albumPaths.value("album-6"), "Albums/Under an album");
+    EXPECT_FALSE(plan.node("album-1"));
+    EXPECT_FALSE(plan.node("album-2"));
+    EXPECT_FALSE(plan.albumPaths.contains("album-2"));
+    // A trashed album's members are in no album any more: they belong to the camera roll.
+    EXPECT_EQ(plan.cameraRoll.assetUUIDs, QStringList{"in-trashed-album"});
+
+    const auto empty = plan.node("album-7");
+    ASSERT_TRUE(empty);
+    EXPECT_EQ(empty->kind, BackupNode::Kind::folder);
+    ASSERT_TRUE(empty->children);
+    EXPECT_TRUE(empty->children->isEmpty());
+    EXPECT_TRUE(empty->leaves().isEmpty());
+
+    const auto outer = plan.node("album-8");
+    ASSERT_TRUE(outer && outer->children);
+    ASSERT_EQ(outer->children->size(), 1);
+    const BackupNode& inner = outer->children->at(0);
+    EXPECT_EQ(inner.relativePath, "Albums/Outer/Inner");
+    ASSERT_TRUE(inner.children);
+    ASSERT_EQ(inner.children->size(), 1);
+    EXPECT_EQ(inner.children->at(0).relativePath, "Albums/Outer/Inner/Deep");
+    EXPECT_TRUE(inner.children->at(0).assetUUIDs.isEmpty()); // empty albums are kept
+    EXPECT_FALSE(inner.children->at(0).children);
+}
+
+TEST(BackupPlan, FolderCyclesEnd)
+{
+    PhotoLibrary library;
+    library.albums << folder(1, "A", 2) << folder(2, "B", 1) << album(3, "C", 1) << folder(4, "Self", 4)
+                   << album(5, "Top");
+    const BackupPlan plan(library);
+
+    // Each folder of the loop appears once among the enclosing folders.
+    EXPECT_EQ(plan.albumPaths.value("album-3"), "Albums/B/A/C");
+    // The loop hangs from no top-level node, so none of it is in the tree.
+    EXPECT_EQ(titles(plan.albumTree), QStringList{"Top"});
+    EXPECT_FALSE(plan.node("album-1"));
+}
+
+TEST(BackupPlan, AlbumTreeIsSortedNumericallyIgnoringCaseWithAccentsBesideTheirLetters)
+{
+    const QLocale before;
+    PhotoLibrary library;
+    library.albums << album(1, "Zebra") << album(2, "Album 10") << album(3, "beach") << album(4, "Água")
+                   << album(5, "album 9") << album(6, "Beach") << folder(7, "Éclairs") << album(8, "Trip 2", 7)
+                   << album(9, "trip 12", 7) << album(10, "Trip 1", 7);
+    const QStringList expectedTop{"Água", "album 9", "Album 10", "beach", "Beach", "Éclairs", "Zebra"};
+
+    // Servers and CI run under the C locale; the order must not fall back to code points there.
+    for (const QLocale& locale : {QLocale::c(), QLocale(QLocale::English, QLocale::UnitedKingdom),
+                                  QLocale(QLocale::French, QLocale::France)}) {
+        QLocale::setDefault(locale);
+        const BackupPlan plan(library);
+        EXPECT_EQ(titles(plan.albumTree), expectedTop) << locale.name().toStdString();
+        ASSERT_TRUE(plan.node("album-7")->children);
+        EXPECT_EQ(titles(*plan.node("album-7")->children), (QStringList{"Trip 1", "Trip 2", "trip 12"}));
+    }
+    QLocale::setDefault(before);
+}
+
+TEST(BackupPlan, AssetsLandInTheirAlbumsInPlanOrderAndHiddenOnesOnlyInHidden)
+{
+    PhotoLibrary library;
+    library.assets << photo(1, "late", 5000) << photo(2, "early", 100) << photo(3, "undated", std::nullopt)
+                   << photo(4, "b-tie", 300) << photo(5, "a-tie", 300) << photo(6, "loose", 200)
+                   << photo(7, "hidden-in-album", 50) << photo(8, "hidden-loose", 10);
+    library.assets[6].isHidden = true;
+    library.assets[7].isHidden = true;
+    library.albums << folder(1, "Trips") << album(2, "Rome", 1) << album(3, "Venice", 1) << album(4, "Nothing");
+    library.membership[2] = {1, 2, 7, 4, 999}; // 999 is no asset of the library
+    library.membership[3] = {5, 2, 3};         // "early" is in both albums
+    library.membership[4] = {7};
+    const BackupPlan plan(library);
+
+    EXPECT_EQ(plan.node("album-2")->assetUUIDs, (QStringList{"early", "b-tie", "late"}));
+    EXPECT_EQ(plan.node("album-3")->assetUUIDs, (QStringList{"undated", "early", "a-tie"}));
+    EXPECT_TRUE(plan.node("album-4")->assetUUIDs.isEmpty());
+    EXPECT_EQ(plan.cameraRoll.assetUUIDs, QStringList{"loose"});
+    EXPECT_EQ(plan.hidden.assetUUIDs, (QStringList{"hidden-loose", "hidden-in-album"}));
+
+    const BackupNode trips = *plan.node("album-1");
+    EXPECT_EQ(trips.totalCount(), 6);
+    EXPECT_EQ(uuids(plan.assets(trips)), (QStringList{"early", "b-tie", "late", "undated", "early", "a-tie"}));
+
+    QStringList leafIDs;
+    for (const BackupNode& leaf : plan.allLeaves())
+        leafIDs << leaf.id;
+    EXPECT_EQ(leafIDs, (QStringList{"camera-roll", "hidden", "album-4", "album-2", "album-3"}));
+
+    BackupNode stale = plan.cameraRoll;
+    stale.assetUUIDs << "no-such-asset";
+    EXPECT_EQ(uuids(plan.assets(stale)), QStringList{"loose"});
+}
+
+TEST(BackupPlan, NodeLookupIsDepthFirstAndExact)
+{
+    PhotoLibrary library;
+    library.albums << folder(1, "A") << album(2, "Inside", 1) << album(3, "B");
+    library.albums[2].uuid = "album-2"; // a second node with the same id, later in the tree
+    const BackupPlan plan(library);
+
+    EXPECT_EQ(plan.node("camera-roll")->relativePath, "Camera Roll");
+    EXPECT_EQ(plan.node("hidden")->kind, BackupNode::Kind::hidden);
+    EXPECT_FALSE(plan.node("CAMERA-ROLL"));
+    EXPECT_FALSE(plan.node("nothing"));
+    // The album inside folder A comes before top-level B in pre-order.
+    EXPECT_EQ(plan.node("album-2")->title, "Inside");
+    EXPECT_EQ(titles(plan.topLevelNodes()), (QStringList{"Camera Roll", "Hidden", "A", "B"}));
+}
+
+TEST(BackupPlan, SortedIsStableByDateThenUUID)
+{
+    LibraryAsset first = photo(1, "same", 10);
+    LibraryAsset second = photo(2, "same", 10);
+    const QList<LibraryAsset> result =
+        BackupPlan::sorted({photo(3, "z", 10), second, photo(4, "none", std::nullopt), first, photo(5, "a", 11),
+                            photo(6, "before-2001", -5)});
+    EXPECT_EQ(uuids(result), (QStringList{"none", "before-2001", "same", "same", "z", "a"}));
+    EXPECT_EQ(result[2].pk, 2);
+    EXPECT_EQ(result[3].pk, 1);
+}
