@@ -70,6 +70,9 @@ void removeTemporaryFolder(const QString& path)
         QDir(path).removeRecursively();
 }
 
+// Numbering stops somewhere, so that a file system that answers strangely cannot keep a run busy.
+constexpr int kMaxNameAttempts = 10000;
+
 const QString kFileRowInsert = QStringLiteral("INSERT OR IGNORE INTO files VALUES(?,?,?,?,?,?,?,?,?,?)");
 const QString kFileRowSelect = QStringLiteral("SELECT 1 FROM files WHERE asset_uuid=? AND dest=? AND component=?");
 
@@ -263,7 +266,9 @@ void BackupEngine::backUpComponent(const LibraryAsset& asset, const SourceCompon
         QString ready; // the complete file to be named: the download, `copy` or `beside`
         std::optional<QString> dateProblem;
         std::optional<Manifest::Status> status;
-        while (!status) {
+        for (int attempts = 1; !status; ++attempts) {
+            if (attempts > kMaxNameAttempts)
+                throw BackupError::write(folder + '/' + firstName, "too many files of that name are in the way");
             if (!DestinationFolder::isSafeFileName(fileName))
                 throw BackupError::unsafeName(fileName);
             const QString target = folder + '/' + fileName;

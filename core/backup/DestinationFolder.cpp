@@ -77,9 +77,12 @@ QString DestinationFolder::makeFolder(const QString& relativePath) const
 DestinationFolder::Entry DestinationFolder::entryAt(const QString& path)
 {
     struct stat info;
-    if (::lstat(native(path).constData(), &info) != 0)
-        return errno == ENOENT || errno == ENOTDIR ? Entry::none : Entry::other;
-    return S_ISREG(info.st_mode) ? Entry::file : Entry::other;
+    if (::lstat(native(path).constData(), &info) == 0)
+        return S_ISREG(info.st_mode) ? Entry::file : Entry::other;
+    if (errno == ENOENT)
+        return Entry::none;
+    // A name that cannot even be looked at (too long, for one) cannot be written either.
+    throw BackupError::write(path, systemMessage(errno));
 }
 
 DestinationFolder::Placement DestinationFolder::placeExclusively(const QString& from, const QString& to)

@@ -25,6 +25,7 @@ public:
     // link or a file is refused, so nothing is ever created outside the root. Throws BackupError.
     QString makeFolder(const QString& relativePath) const;
 
+    // Throws BackupError when the name cannot be looked up at all (too long, for one).
     static Entry entryAt(const QString& path);
     // Gives the complete file `from` the name `to` without ever replacing an existing entry:
     // `taken` when something is already there, `otherFileSystem` when the two are on different
