@@ -109,7 +109,8 @@ TEST(BackupEngineRecovery, CablePulledMidFileLeavesNothingUnderAFinalName)
 
 // A run stopped dead at any point, then run again, ends exactly like a run never stopped.
 // Every event the engine sends is a stopping point (a "Copied" line comes after the file has its
-// name and before its row is written), and so is every download.
+// name and before its row is written, "Already on disk" before an adopted file's row), and so is
+// every download.
 TEST(BackupEngineRecovery, InterruptedAnywhereThenRunAgainEndsLikeAnUninterruptedRun)
 {
     BusyPhone phone;
@@ -143,10 +144,8 @@ TEST(BackupEngineRecovery, InterruptedAnywhereThenRunAgainEndsLikeAnUninterrupte
     for (int d = 1; d <= downloads; ++d)
         stops.append({"download " + QString::number(d), 0, d});
 
-    for (const Stop& stop : stops) {
-        SCOPED_TRACE(stop.where.toStdString());
-        TempDir dir;
-        prepareFolder(dir.path());
+    // One run of the backup, stopped dead at `stop` when it gets that far. Returns whether it was.
+    const auto stoppedRun = [&](const QString& root, const Stop& stop) {
         phone.source.downloads = 0;
         phone.source.beforeDownload = [&](const QString&, const QString& destination, int count) {
             if (count == stop.download) {
@@ -155,24 +154,31 @@ TEST(BackupEngineRecovery, InterruptedAnywhereThenRunAgainEndsLikeAnUninterrupte
                 throw Killed();
             }
         };
-        {
-            Manifest manifest(dir.path());
-            int seen = 0;
-            bool killed = false;
-            try {
-                runEngine(phone.source, plan, dir.path(), manifest, options(kEverything), {},
-                          [&](const BackupEvent&) {
-                              if (++seen == stop.event)
-                                  throw Killed();
-                          });
-            } catch (const Killed&) {
-                killed = true;
-            }
-            ASSERT_TRUE(killed);
-            // Whatever the manifest records is on disk, complete.
-            EXPECT_THAT(inconsistencies(dir.path(), manifest), IsEmpty());
+        Manifest manifest(root);
+        int seen = 0;
+        bool killed = false;
+        try {
+            runEngine(phone.source, plan, root, manifest, options(kEverything), {}, [&](const BackupEvent&) {
+                if (++seen == stop.event)
+                    throw Killed();
+            });
+        } catch (const Killed&) {
+            killed = true;
         }
         phone.source.beforeDownload = nullptr;
+        // Whatever the manifest records is on disk, complete.
+        EXPECT_THAT(inconsistencies(root, manifest), IsEmpty());
+        return killed;
+    };
+
+    for (const Stop& stop : stops) {
+        SCOPED_TRACE(stop.where.toStdString());
+        TempDir dir;
+        prepareFolder(dir.path());
+        ASSERT_TRUE(stoppedRun(dir.path(), stop));
+        // The run that carries on is stopped too, at the same count of its own events.
+        if (stop.event)
+            stoppedRun(dir.path(), stop);
         Manifest reopened(dir.path());
         const RunResult rest = runEngine(phone.source, plan, dir.path(), reopened, options(kEverything));
         EXPECT_THAT(rest.summary.errors, IsEmpty());
