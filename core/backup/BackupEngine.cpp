@@ -74,11 +74,13 @@ void removeTemporaryFolder(const QString& path)
 constexpr int kMaxNameAttempts = 10000;
 
 const QString kFileRowInsert = QStringLiteral("INSERT OR IGNORE INTO files VALUES(?,?,?,?,?,?,?,?,?,?)");
-const QString kFileRowSelect = QStringLiteral("SELECT 1 FROM files WHERE asset_uuid=? AND dest=? AND component=?");
+const QString kFileRowSelect =
+    QStringLiteral("SELECT 1 FROM files WHERE asset_uuid=? AND dest=? AND component=?");
 
 } // namespace
 
-BackupEngine::BackupEngine(MediaSource& source, const BackupPlan& plan, const QString& root, Manifest& manifest)
+BackupEngine::BackupEngine(MediaSource& source, const BackupPlan& plan, const QString& root,
+                           Manifest& manifest)
     : m_source(source), m_plan(plan), m_root(root), m_manifest(manifest)
 {
 }
@@ -202,8 +204,8 @@ bool BackupEngine::backUp(const LibraryAsset& asset, const QList<BackupNode>& le
         for (const BackupNode& leaf : targets) {
             if (isRecorded(asset.uuid, leaf.relativePath, part.component)) {
                 summary.filesAlreadyBackedUp += 1;
-                log("Already backed up: " + leaf.relativePath + " " + rawValue(part.component) + " of " + name +
-                    " (" + part.sourcePath + ")");
+                log("Already backed up: " + leaf.relativePath + " " + rawValue(part.component) + " of " +
+                    name + " (" + part.sourcePath + ")");
             } else {
                 pending.append(leaf);
             }
@@ -221,8 +223,8 @@ bool BackupEngine::backUp(const LibraryAsset& asset, const QList<BackupNode>& le
 }
 
 void BackupEngine::backUpComponent(const LibraryAsset& asset, const SourceComponent& part,
-                                   const QList<BackupNode>& pending, const QString& tmp, BackupSummary& summary,
-                                   const EventHandler& onEvent)
+                                   const QList<BackupNode>& pending, const QString& tmp,
+                                   BackupSummary& summary, const EventHandler& onEvent)
 {
     const QString name = asset.displayName();
     const auto log = [&](const QString& line) { onEvent(BackupEvent::makeLog(line)); };
@@ -263,12 +265,13 @@ void BackupEngine::backUpComponent(const LibraryAsset& asset, const SourceCompon
         int n = 2;
         OwnFile copy;   // a complete copy of the download waiting for its name
         OwnFile beside; // the same, staged in the target folder when that is on another drive
-        QString ready; // the complete file to be named: the download, `copy` or `beside`
+        QString ready;  // the complete file to be named: the download, `copy` or `beside`
         std::optional<QString> dateProblem;
         std::optional<Manifest::Status> status;
         for (int attempts = 1; !status; ++attempts) {
             if (attempts > kMaxNameAttempts)
-                throw BackupError::write(folder + '/' + firstName, "too many files of that name are in the way");
+                throw BackupError::write(folder + '/' + firstName,
+                                         "too many files of that name are in the way");
             if (!DestinationFolder::isSafeFileName(fileName))
                 throw BackupError::unsafeName(fileName);
             const QString target = folder + '/' + fileName;
@@ -340,12 +343,14 @@ void BackupEngine::backUpComponent(const LibraryAsset& asset, const SourceCompon
 bool BackupEngine::isRecorded(const QString& asset, const QString& dest, Component component)
 {
     bool found = false;
-    m_manifest.db().query(kFileRowSelect, {asset, dest, rawValue(component)}, [&](const SQLRow&) { found = true; });
+    m_manifest.db().query(kFileRowSelect, {asset, dest, rawValue(component)},
+                          [&](const SQLRow&) { found = true; });
     return found;
 }
 
 void BackupEngine::insertRow(const LibraryAsset& asset, const QString& dest, const SourceComponent& part,
-                             const QString& relativePath, const DownloadResult& content, Manifest::Status status)
+                             const QString& relativePath, const DownloadResult& content,
+                             Manifest::Status status)
 {
     const auto date = asset.captureDate();
     m_manifest.db().execute(kFileRowInsert,
@@ -422,7 +427,8 @@ std::optional<BackupEngine::Components> BackupEngine::components(const LibraryAs
     }
 
     if (asset.hasAdjustments) {
-        const QString folder = "/PhotoData/Mutations/" + asset.directory + "/" + original.stem + "/Adjustments";
+        const QString folder =
+            "/PhotoData/Mutations/" + asset.directory + "/" + original.stem + "/Adjustments";
         QStringList edits = listing(folder).value_or(QStringList());
         edits.sort();
         for (const QString& edit : std::as_const(edits)) {

@@ -61,8 +61,9 @@ private:
     const QHash<QString, QSet<QString>>& knownFilesByDirectory();
     bool backUp(const LibraryAsset& asset, const QList<BackupNode>& leaves, const QString& tmp, bool dryRun,
                 BackupSummary& summary, const EventHandler& onEvent);
-    void backUpComponent(const LibraryAsset& asset, const SourceComponent& part, const QList<BackupNode>& pending,
-                         const QString& tmp, BackupSummary& summary, const EventHandler& onEvent);
+    void backUpComponent(const LibraryAsset& asset, const SourceComponent& part,
+                         const QList<BackupNode>& pending, const QString& tmp, BackupSummary& summary,
+                         const EventHandler& onEvent);
     bool isRecorded(const QString& asset, const QString& dest, Component component);
     void insertRow(const LibraryAsset& asset, const QString& dest, const SourceComponent& part,
                    const QString& relativePath, const DownloadResult& content, Manifest::Status status);

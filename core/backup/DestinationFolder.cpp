@@ -90,8 +90,9 @@ DestinationFolder::Placement DestinationFolder::placeExclusively(const QString& 
     const QByteArray source = native(from);
     const QByteArray target = native(to);
 #ifdef RENAME_NOREPLACE
-    if (retrying([&] { return ::renameat2(AT_FDCWD, source.constData(), AT_FDCWD, target.constData(),
-                                          RENAME_NOREPLACE); }) == 0)
+    if (retrying([&] {
+            return ::renameat2(AT_FDCWD, source.constData(), AT_FDCWD, target.constData(), RENAME_NOREPLACE);
+        }) == 0)
         return Placement::placed;
     if (errno == EEXIST)
         return Placement::taken;
@@ -126,7 +127,8 @@ void DestinationFolder::syncFile(const QString& path)
 
 void DestinationFolder::syncFolder(const QString& path)
 {
-    const int fd = retrying([&] { return ::open(native(path).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); });
+    const int fd =
+        retrying([&] { return ::open(native(path).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); });
     if (fd < 0)
         return;
     ::fsync(fd);

@@ -90,9 +90,10 @@ TEST(BackupEngineRecovery, CablePulledMidFileLeavesNothingUnderAFinalName)
     };
     Manifest manifest(dir.path());
     const RunResult broken = runEngine(phone.source, plan, dir.path(), manifest, options(kEverything));
-    EXPECT_EQ(broken.summary.errors,
-              QStringList{"IMG_0001.HEIC: Could not read /DCIM/100APPLE/IMG_0001.MOV from device: read failed, afc "
-                          "error 4"});
+    EXPECT_EQ(
+        broken.summary.errors,
+        QStringList{"IMG_0001.HEIC: Could not read /DCIM/100APPLE/IMG_0001.MOV from device: read failed, afc "
+                    "error 4"});
     EXPECT_THAT(broken.summary.lines(), Contains("Errors: 1"));
     for (const QString& path : folderState(dir.path()).keys())
         EXPECT_FALSE(path.endsWith(".MOV")) << path.toStdString();

@@ -28,7 +28,8 @@ QMap<QString, QString> stateOutside(const QString& top, const QString& inside)
 
 TEST(BackupEngineSafety, FolderAndFileNameRules)
 {
-    for (const QString path : {"Camera Roll", "Hidden", "Albums/Trips (2)", "Albums/..-up", "Albums/.x", "Albums/a..b"})
+    for (const QString path :
+         {"Camera Roll", "Hidden", "Albums/Trips (2)", "Albums/..-up", "Albums/.x", "Albums/a..b"})
         EXPECT_TRUE(DestinationFolder::isSafeRelativePath(path)) << path.toStdString();
     for (const QString path : {"", "/etc", "..", "../x", "Albums/../..", "Albums/./x", "Albums//x", "Albums/",
                                ".ombrelo-tmp", ".OMBRELO-TMP/x", ".ombrelo-manifest.sqlite-journal"})
@@ -57,7 +58,8 @@ TEST(BackupEngineSafety, NothingIsWrittenOutsideTheBackupFolder)
     for (const QString& uuid : hostile)
         phone.putInAlbum(phone.addAlbum(uuid, "Innocent " + uuid), "P");
     phone.putInAlbum(phone.addAlbum("good", "Good"), "P");
-    phone.putInAlbum(phone.addAlbum("titled", "../../up", phone.addAlbum("etc", "/etc", std::nullopt, true)), "T");
+    phone.putInAlbum(phone.addAlbum("titled", "../../up", phone.addAlbum("etc", "/etc", std::nullopt, true)),
+                     "T");
 
     // A manifest that records album folders outside the backup or inside its own files, a stem
     // that is a path, and folders that are links to elsewhere.
@@ -75,8 +77,8 @@ TEST(BackupEngineSafety, NothingIsWrittenOutsideTheBackupFolder)
     ASSERT_EQ(plan.albumPaths.value("up"), "../outside");
     const auto before = stateOutside(dir.path(), "backup");
 
-    const RunResult run =
-        runEngine(phone.source, plan, root, manifest, options(QStringList{"camera-roll", "hidden", "etc", "good"} + hostile));
+    const RunResult run = runEngine(phone.source, plan, root, manifest,
+                                    options(QStringList{"camera-roll", "hidden", "etc", "good"} + hostile));
 
     EXPECT_EQ(stateOutside(dir.path(), "backup"), before);
     EXPECT_EQ(readFile(root + "/Albums/Good/IMG_0001.JPG"), "in many albums");
@@ -84,20 +86,23 @@ TEST(BackupEngineSafety, NothingIsWrittenOutsideTheBackupFolder)
     EXPECT_EQ(readFile(root + "/Albums/-etc/-..-up/IMG_0005.JPG"), "titled album");
     EXPECT_FALSE(QFileInfo::exists(root + "/" + BackupEngine::tempFolderName));
     for (const QString& uuid : hostile) {
-        const QString text = "IMG_0001.JPG: " + BackupError::unsafeFolder(plan.albumPaths.value(uuid)).description();
+        const QString text =
+            "IMG_0001.JPG: " + BackupError::unsafeFolder(plan.albumPaths.value(uuid)).description();
         EXPECT_THAT(run.summary.errors, Contains(text));
         EXPECT_THAT(run.log, Contains("ERROR " + text));
     }
-    EXPECT_THAT(run.summary.errors,
-                Contains("IMG_0001.JPG: The destination folder “../outside” does not lie inside the backup folder, "
-                         "so nothing was written to it."));
+    EXPECT_THAT(
+        run.summary.errors,
+        Contains("IMG_0001.JPG: The destination folder “../outside” does not lie inside the backup folder, "
+                 "so nothing was written to it."));
     EXPECT_THAT(run.summary.errors,
                 Contains("IMG_0003.JPG: The file name “../../outside/s.JPG” cannot be used inside the backup "
                          "folder, so the file was not written."));
-    EXPECT_THAT(run.summary.errors,
-                Contains("IMG_0004.JPG: The folder “" + root +
-                         "/Hidden” could not be created (it is a link to another place, which a backup does not "
-                         "follow)."));
+    EXPECT_THAT(
+        run.summary.errors,
+        Contains("IMG_0004.JPG: The folder “" + root +
+                 "/Hidden” could not be created (it is a link to another place, which a backup does not "
+                 "follow)."));
     EXPECT_EQ(run.summary.errors.size(), hostile.size() + 2);
     // Rows only for what was written, all of it inside the folder.
     EXPECT_EQ(fileRows(manifest).size(), 3);
@@ -115,13 +120,15 @@ TEST(BackupEngineSafety, RunDoesNotStartWithoutItsTemporaryFolder)
     BackupEngine engine(phone.source, plan, gone, manifest);
     int events = 0;
     try {
-        engine.run(options({"camera-roll"}), [] { return false; }, [&](const BackupEvent&) { ++events; });
+        engine.run(
+            options({"camera-roll"}), [] { return false; }, [&](const BackupEvent&) { ++events; });
         FAIL() << "a run without its temporary folder must not start";
     } catch (const BackupError& error) {
         EXPECT_EQ(error.kind(), BackupError::Kind::temporaryFolder);
-        EXPECT_EQ(error.description(), "The temporary folder “" + gone +
-                                           "/.ombrelo-tmp” could not be created (No such file or directory), so "
-                                           "the backup did not start.");
+        EXPECT_EQ(error.description(),
+                  "The temporary folder “" + gone +
+                      "/.ombrelo-tmp” could not be created (No such file or directory), so "
+                      "the backup did not start.");
     }
     EXPECT_EQ(events, 0);
     EXPECT_EQ(phone.source.downloads, 0);
@@ -150,8 +157,8 @@ TEST(BackupEngineSafety, PlacingAFileNeverReplacesAnother)
         DestinationFolder(dir.path()).makeFolder("Albums/Trips");
         FAIL() << "a file in the way must stop the folder";
     } catch (const BackupError& error) {
-        EXPECT_EQ(error.description(),
-                  "The folder “" + dir.filePath("Albums") + "” could not be created (a file of that name is in the way).");
+        EXPECT_EQ(error.description(), "The folder “" + dir.filePath("Albums") +
+                                           "” could not be created (a file of that name is in the way).");
     }
     EXPECT_EQ(readFile(dir.filePath("Albums")), "a file where a folder should be");
 }

@@ -36,8 +36,8 @@ TEST(BackupEngineComponents, FilesThatMakeUpAnAsset)
     // An edited still with its edit files, one too many and one nobody knows.
     phone.addAsset("edited", "IMG_0004.HEIC", "still 4").hasAdjustments = true;
     const QString edits4 = "/PhotoData/Mutations/DCIM/100APPLE/IMG_0004/Adjustments/";
-    for (const QString name : {"Adjustments.plist", "FullSizeRender.heic", "FullSizeRender.jpg", "FullSizeRender.mov",
-                               "Preview.jpg"})
+    for (const QString name : {"Adjustments.plist", "FullSizeRender.heic", "FullSizeRender.jpg",
+                               "FullSizeRender.mov", "Preview.jpg"})
         phone.source.addFile(edits4 + name, name.toUtf8());
     // An edited video: the MOV render is its edit, a still render an edited still.
     phone.addAsset("editedVideo", "IMG_0005.MOV", "video 5").hasAdjustments = true;
@@ -204,13 +204,17 @@ TEST(BackupEngineRun, CopiesEachFileOnceIntoEveryFolderItBelongsTo)
         EXPECT_EQ(phone.source.downloadCount(kDir + name), 1) << name.toStdString();
     EXPECT_EQ(phone.source.downloads, 7);
 
-    QMap<QString, QByteArray> expected{
-        {"Albums/Best/IMG_0001.HEIC", "live still"},         {"Albums/Best/IMG_0001.MOV", "live motion"},
-        {"Albums/Family/Kids/IMG_0001.HEIC", "live still"},  {"Albums/Family/Kids/IMG_0001.MOV", "live motion"},
-        {"Albums/Trips/IMG_0001.HEIC", "live still"},        {"Albums/Trips/IMG_0001.MOV", "live motion"},
-        {"Camera Roll/IMG_0002.JPG", "edited original"},     {"Camera Roll/IMG_0002.AAE.plist", "adjustments"},
-        {"Camera Roll/IMG_0002_edited.jpg", "edited render"}, {"Camera Roll/IMG_0003.MP4", "undated video"},
-        {"Hidden/IMG_0004.JPG", "hidden"}};
+    QMap<QString, QByteArray> expected{{"Albums/Best/IMG_0001.HEIC", "live still"},
+                                       {"Albums/Best/IMG_0001.MOV", "live motion"},
+                                       {"Albums/Family/Kids/IMG_0001.HEIC", "live still"},
+                                       {"Albums/Family/Kids/IMG_0001.MOV", "live motion"},
+                                       {"Albums/Trips/IMG_0001.HEIC", "live still"},
+                                       {"Albums/Trips/IMG_0001.MOV", "live motion"},
+                                       {"Camera Roll/IMG_0002.JPG", "edited original"},
+                                       {"Camera Roll/IMG_0002.AAE.plist", "adjustments"},
+                                       {"Camera Roll/IMG_0002_edited.jpg", "edited render"},
+                                       {"Camera Roll/IMG_0003.MP4", "undated video"},
+                                       {"Hidden/IMG_0004.JPG", "hidden"}};
     QStringList files;
     for (auto [path, state] : folderState(root, kManifestFiles).asKeyValueRange())
         if (state != "folder")
@@ -227,36 +231,37 @@ TEST(BackupEngineRun, CopiesEachFileOnceIntoEveryFolderItBelongsTo)
 
     const QString still = hashOf("live still");
     const QString motion = hashOf("live motion");
-    EXPECT_EQ(fileRows(manifest),
-              (QStringList{
-                  "H | Hidden | original | Hidden/IMG_0004.JPG | " + hashOf("hidden") + " | 6 | " + date + " | " +
-                      kDir + "IMG_0004.JPG | copied",
-                  "P | Albums/Best | live-video | Albums/Best/IMG_0001.MOV | " + motion + " | 11 | " + date + " | " +
-                      kDir + "IMG_0001.MOV | copied",
-                  "P | Albums/Best | original | Albums/Best/IMG_0001.HEIC | " + still + " | 10 | " + date + " | " +
-                      kDir + "IMG_0001.HEIC | copied",
-                  "P | Albums/Family/Kids | live-video | Albums/Family/Kids/IMG_0001.MOV | " + motion + " | 11 | " +
-                      date + " | " + kDir + "IMG_0001.MOV | copied",
-                  "P | Albums/Family/Kids | original | Albums/Family/Kids/IMG_0001.HEIC | " + still + " | 10 | " +
-                      date + " | " + kDir + "IMG_0001.HEIC | copied",
-                  "P | Albums/Trips | live-video | Albums/Trips/IMG_0001.MOV | " + motion + " | 11 | " + date +
-                      " | " + kDir + "IMG_0001.MOV | copied",
-                  "P | Albums/Trips | original | Albums/Trips/IMG_0001.HEIC | " + still + " | 10 | " + date +
-                      " | " + kDir + "IMG_0001.HEIC | copied",
-                  "Q | Camera Roll | adjustments | Camera Roll/IMG_0002.AAE.plist | " + hashOf("adjustments") +
-                      " | 11 | " + date +
-                      " | /PhotoData/Mutations/DCIM/100APPLE/IMG_0002/Adjustments/Adjustments.plist | copied",
-                  "Q | Camera Roll | edited | Camera Roll/IMG_0002_edited.jpg | " + hashOf("edited render") +
-                      " | 13 | " + date +
-                      " | /PhotoData/Mutations/DCIM/100APPLE/IMG_0002/Adjustments/FullSizeRender.jpg | copied",
-                  "Q | Camera Roll | original | Camera Roll/IMG_0002.JPG | " + hashOf("edited original") +
-                      " | 15 | " + date + " | " + kDir + "IMG_0002.JPG | copied",
-                  "R | Camera Roll | original | Camera Roll/IMG_0003.MP4 | " + hashOf("undated video") +
-                      " | 13 | NULL | " + kDir + "IMG_0003.MP4 | copied",
-              }));
-    EXPECT_EQ(manifest.albumPaths(), (QHash<QString, QString>{{"kids", "Albums/Family/Kids"},
-                                                              {"trips", "Albums/Trips"},
-                                                              {"best", "Albums/Best"}}));
+    EXPECT_EQ(
+        fileRows(manifest),
+        (QStringList{
+            "H | Hidden | original | Hidden/IMG_0004.JPG | " + hashOf("hidden") + " | 6 | " + date + " | " +
+                kDir + "IMG_0004.JPG | copied",
+            "P | Albums/Best | live-video | Albums/Best/IMG_0001.MOV | " + motion + " | 11 | " + date +
+                " | " + kDir + "IMG_0001.MOV | copied",
+            "P | Albums/Best | original | Albums/Best/IMG_0001.HEIC | " + still + " | 10 | " + date + " | " +
+                kDir + "IMG_0001.HEIC | copied",
+            "P | Albums/Family/Kids | live-video | Albums/Family/Kids/IMG_0001.MOV | " + motion + " | 11 | " +
+                date + " | " + kDir + "IMG_0001.MOV | copied",
+            "P | Albums/Family/Kids | original | Albums/Family/Kids/IMG_0001.HEIC | " + still + " | 10 | " +
+                date + " | " + kDir + "IMG_0001.HEIC | copied",
+            "P | Albums/Trips | live-video | Albums/Trips/IMG_0001.MOV | " + motion + " | 11 | " + date +
+                " | " + kDir + "IMG_0001.MOV | copied",
+            "P | Albums/Trips | original | Albums/Trips/IMG_0001.HEIC | " + still + " | 10 | " + date +
+                " | " + kDir + "IMG_0001.HEIC | copied",
+            "Q | Camera Roll | adjustments | Camera Roll/IMG_0002.AAE.plist | " + hashOf("adjustments") +
+                " | 11 | " + date +
+                " | /PhotoData/Mutations/DCIM/100APPLE/IMG_0002/Adjustments/Adjustments.plist | copied",
+            "Q | Camera Roll | edited | Camera Roll/IMG_0002_edited.jpg | " + hashOf("edited render") +
+                " | 13 | " + date +
+                " | /PhotoData/Mutations/DCIM/100APPLE/IMG_0002/Adjustments/FullSizeRender.jpg | copied",
+            "Q | Camera Roll | original | Camera Roll/IMG_0002.JPG | " + hashOf("edited original") +
+                " | 15 | " + date + " | " + kDir + "IMG_0002.JPG | copied",
+            "R | Camera Roll | original | Camera Roll/IMG_0003.MP4 | " + hashOf("undated video") +
+                " | 13 | NULL | " + kDir + "IMG_0003.MP4 | copied",
+        }));
+    EXPECT_EQ(manifest.albumPaths(),
+              (QHash<QString, QString>{
+                  {"kids", "Albums/Family/Kids"}, {"trips", "Albums/Trips"}, {"best", "Albums/Best"}}));
     EXPECT_THAT(inconsistencies(root, manifest), IsEmpty());
 
     EXPECT_EQ(first.summary.filesCopied, 11);
@@ -284,11 +289,13 @@ TEST(BackupEngineRun, CopiesEachFileOnceIntoEveryFolderItBelongsTo)
     const RunResult again = runEngine(phone.source, plan, root, manifest, all);
     EXPECT_EQ(phone.source.downloads, 7);
     EXPECT_EQ(folderState(root, kManifestFiles), backedUp);
-    EXPECT_EQ(again.summary.lines(), (QStringList{"Files copied: 0 (" + formatByteCount(0) + ")",
-                                                  "Already backed up: 11"}));
-    EXPECT_THAT(again.log,
-                Contains("Already backed up: Albums/Trips original of IMG_0001.HEIC (/DCIM/100APPLE/IMG_0001.HEIC)"));
-    const RunResult dryAgain = runEngine(phone.source, plan, root, manifest, options(all.nodeIDs.values(), true));
+    EXPECT_EQ(again.summary.lines(),
+              (QStringList{"Files copied: 0 (" + formatByteCount(0) + ")", "Already backed up: 11"}));
+    EXPECT_THAT(
+        again.log,
+        Contains("Already backed up: Albums/Trips original of IMG_0001.HEIC (/DCIM/100APPLE/IMG_0001.HEIC)"));
+    const RunResult dryAgain =
+        runEngine(phone.source, plan, root, manifest, options(all.nodeIDs.values(), true));
     EXPECT_EQ(dryAgain.summary.filesToCopy, 0);
     EXPECT_EQ(dryAgain.summary.filesAlreadyBackedUp, 11);
 }
@@ -342,10 +349,11 @@ TEST(BackupEngineRun, NeverReplacesWhatIsAlreadyInTheFolder)
     {
         QFile left(roll + "IMG_0001.MOV");
         left.open(QIODevice::ReadWrite);
-        left.setFileTime(QDateTime(QDate(2020, 5, 1), QTime(12, 0), Qt::UTC), QFileDevice::FileModificationTime);
+        left.setFileTime(QDateTime(QDate(2020, 5, 1), QTime(12, 0), Qt::UTC),
+                         QFileDevice::FileModificationTime);
     }
     ASSERT_EQ(::mkfifo(QFile::encodeName(roll + "IMG_0002.JPG").constData(), 0644), 0); // never to be read
-    ASSERT_TRUE(QFile::link(outside + "/same as c.jpg", roll + "IMG_0003.JPG"));    // never to be followed
+    ASSERT_TRUE(QFile::link(outside + "/same as c.jpg", roll + "IMG_0003.JPG")); // never to be followed
     writeFile(roll + "img_0004_edited.jpg", "another tool's edit");
     const auto before = folderState(root, kManifestFiles);
     const auto outsideBefore = folderState(outside);
@@ -365,14 +373,14 @@ TEST(BackupEngineRun, NeverReplacesWhatIsAlreadyInTheFolder)
     EXPECT_EQ(run.summary.filesCopied, 4);
     EXPECT_EQ(run.summary.filesAdopted, 1);
     EXPECT_THAT(run.log, Contains("Already on disk, recorded: Camera Roll/IMG_0001.MOV"));
-    EXPECT_THAT(fileRows(manifest), Contains("A | Camera Roll | live-video | Camera Roll/IMG_0001.MOV | " +
-                                             hashOf("phone motion") + " | 12 | " +
-                                             manifest.formatDate(jan2024()) + " | " + kDir +
-                                             "IMG_0001.MOV | adopted"));
-    EXPECT_THAT(fileRows(manifest), Contains("A | Camera Roll | original | Camera Roll/IMG_0001 (3).HEIC | " +
-                                             hashOf("phone still") + " | 11 | " +
-                                             manifest.formatDate(jan2024()) + " | " + kDir +
-                                             "IMG_0001.HEIC | copied"));
+    EXPECT_THAT(fileRows(manifest),
+                Contains("A | Camera Roll | live-video | Camera Roll/IMG_0001.MOV | " +
+                         hashOf("phone motion") + " | 12 | " + manifest.formatDate(jan2024()) + " | " + kDir +
+                         "IMG_0001.MOV | adopted"));
+    EXPECT_THAT(fileRows(manifest),
+                Contains("A | Camera Roll | original | Camera Roll/IMG_0001 (3).HEIC | " +
+                         hashOf("phone still") + " | 11 | " + manifest.formatDate(jan2024()) + " | " + kDir +
+                         "IMG_0001.HEIC | copied"));
     EXPECT_EQ(run.summary.lines(),
               (QStringList{"Files copied: 4 (" + formatByteCount(run.summary.bytesCopied) + ")",
                            "Already backed up: 0", "Found on disk from an earlier interrupted run: 1"}));
@@ -390,7 +398,8 @@ TEST(BackupEngineRun, SameContentTwiceInOneFolderIsStoredOnce)
     TempDir dir;
     Manifest manifest(dir.path());
 
-    const RunResult run = runEngine(phone.source, plan, dir.path(), manifest, options({"camera-roll", "album"}));
+    const RunResult run =
+        runEngine(phone.source, plan, dir.path(), manifest, options({"camera-roll", "album"}));
 
     EXPECT_EQ(run.summary.filesCopied, 2); // once per folder
     EXPECT_EQ(run.summary.duplicatesDiscarded, 1);
@@ -398,8 +407,9 @@ TEST(BackupEngineRun, SameContentTwiceInOneFolderIsStoredOnce)
     EXPECT_EQ(readFile(dir.filePath("Albums/Album/IMG_0012.JPG")), "the same picture");
     EXPECT_THAT(run.log, Contains("Already in Camera Roll as Camera Roll/IMG_0010.JPG: IMG_0011.JPG"));
     EXPECT_THAT(fileRows(manifest),
-                Contains("second | Camera Roll | original | Camera Roll/IMG_0010.JPG | " + hashOf("the same picture") +
-                         " | 16 | " + manifest.formatDate(jan2024()) + " | " + kDir + "IMG_0011.JPG | duplicate"));
+                Contains("second | Camera Roll | original | Camera Roll/IMG_0010.JPG | " +
+                         hashOf("the same picture") + " | 16 | " + manifest.formatDate(jan2024()) + " | " +
+                         kDir + "IMG_0011.JPG | duplicate"));
     EXPECT_EQ(run.summary.lines(),
               (QStringList{"Files copied: 2 (" + formatByteCount(32) + ")", "Already backed up: 0",
                            "Identical to a file already in the folder (not copied again): 1"}));

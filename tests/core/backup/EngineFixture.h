@@ -75,7 +75,8 @@ struct TestPhone {
         asset.directory = directory;
         asset.filename = filename;
         asset.dateCreated = date;
-        asset.isVideo = filename.endsWith(".MP4", Qt::CaseInsensitive) || filename.endsWith(".MOV", Qt::CaseInsensitive);
+        asset.isVideo =
+            filename.endsWith(".MP4", Qt::CaseInsensitive) || filename.endsWith(".MOV", Qt::CaseInsensitive);
         source.addFile("/" + directory + "/" + filename, content);
         library.assets.append(asset);
         return library.assets.last();
@@ -99,7 +100,10 @@ struct TestPhone {
         library.albums.append(album);
         return album.pk;
     }
-    void putInAlbum(int64_t albumPK, const QString& assetUUID) { library.membership[albumPK].append(asset(assetUUID).pk); }
+    void putInAlbum(int64_t albumPK, const QString& assetUUID)
+    {
+        library.membership[albumPK].append(asset(assetUUID).pk);
+    }
 };
 
 // One run's outcome with everything it reported.
@@ -109,21 +113,23 @@ struct RunResult {
     QList<BackupProgress> progress;
 };
 
-inline RunResult runEngine(MediaSource& source, const BackupPlan& plan, const QString& root, Manifest& manifest,
-                           const BackupOptions& options, std::function<bool()> isCancelled = {},
+inline RunResult runEngine(MediaSource& source, const BackupPlan& plan, const QString& root,
+                           Manifest& manifest, const BackupOptions& options,
+                           std::function<bool()> isCancelled = {},
                            std::function<void(const BackupEvent&)> spy = {})
 {
     RunResult result;
     BackupEngine engine(source, plan, root, manifest);
-    result.summary = engine.run(options, isCancelled ? isCancelled : [] { return false; },
-                                [&](const BackupEvent& event) {
-                                    if (spy)
-                                        spy(event);
-                                    if (event.kind == BackupEvent::Kind::log)
-                                        result.log << event.line;
-                                    else
-                                        result.progress << event.progress;
-                                });
+    result.summary = engine.run(
+        options, isCancelled ? isCancelled : [] { return false; },
+        [&](const BackupEvent& event) {
+            if (spy)
+                spy(event);
+            if (event.kind == BackupEvent::Kind::log)
+                result.log << event.line;
+            else
+                result.progress << event.progress;
+        });
     return result;
 }
 
@@ -175,23 +181,26 @@ inline const QStringList kManifestFiles{Manifest::fileName, Manifest::fileName +
 inline QStringList fileRows(Manifest& manifest, bool withStatus = true)
 {
     QStringList rows;
-    manifest.db().query("SELECT asset_uuid, dest, component, rel_path, sha256, size, capture_date, source_path, "
-                        "status FROM files ORDER BY asset_uuid, dest, component",
-                        {}, [&](const SQLRow& row) {
-                            QStringList values;
-                            for (int c = 0; c < (withStatus ? 9 : 8); ++c)
-                                values << row.text(c).value_or("NULL");
-                            rows << values.join(" | ");
-                        });
+    manifest.db().query(
+        "SELECT asset_uuid, dest, component, rel_path, sha256, size, capture_date, source_path, "
+        "status FROM files ORDER BY asset_uuid, dest, component",
+        {}, [&](const SQLRow& row) {
+            QStringList values;
+            for (int c = 0; c < (withStatus ? 9 : 8); ++c)
+                values << row.text(c).value_or("NULL");
+            rows << values.join(" | ");
+        });
     return rows;
 }
 
 inline QStringList placementRows(Manifest& manifest)
 {
     QStringList rows;
-    manifest.db().query("SELECT asset_uuid, dest, stem FROM placements ORDER BY 1, 2", {}, [&](const SQLRow& row) {
-        rows << row.text(0).value_or("") + " | " + row.text(1).value_or("") + " | " + row.text(2).value_or("");
-    });
+    manifest.db().query("SELECT asset_uuid, dest, stem FROM placements ORDER BY 1, 2", {},
+                        [&](const SQLRow& row) {
+                            rows << row.text(0).value_or("") + " | " + row.text(1).value_or("") + " | " +
+                                        row.text(2).value_or("");
+                        });
     return rows;
 }
 
@@ -206,7 +215,8 @@ inline QStringList inconsistencies(const QString& root, Manifest& manifest)
             return;
         }
         const DownloadResult content = sha256OfFile(path);
-        if (content.sha256 != row.text(1).value_or("") || int64_t(content.size) != row.integer(2).value_or(-1))
+        if (content.sha256 != row.text(1).value_or("") ||
+            int64_t(content.size) != row.integer(2).value_or(-1))
             problems << "different " + path;
     });
     return problems;
