@@ -6,7 +6,7 @@ void prepare(const Command& command, QCommandLineParser& parser)
 {
     parser.setApplicationDescription(command.summary());
     parser.setSingleDashWordOptionMode(QCommandLineParser::ParseAsLongOptions);
-    parser.addHelpOption();
+    parser.addOption({{"h", "help"}, "Show this help."});
     command.configure(parser);
 }
 

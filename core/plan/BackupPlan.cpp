@@ -81,25 +81,37 @@ private:
     {
         const QList<LibraryAsset>& assets = m_library.assets;
         m_plan.assetsByUUID.reserve(assets.size());
+        // Dates sit beside the indices so that sorting touches the assets only on ties.
+        struct Keyed {
+            double date;
+            int index;
+        };
+        std::vector<Keyed> keyed;
+        keyed.reserve(size_t(assets.size()));
         for (int i = 0; i < assets.size(); ++i) {
             if (const auto reason = skipReasonFor(assets[i])) {
                 m_plan.skipped[*reason] += 1;
                 continue;
             }
             m_plan.assetsByUUID.insert(assets[i].uuid, assets[i]);
-            m_ordered.push_back(i);
+            keyed.push_back({sortDate(assets[i]), i});
         }
-        std::stable_sort(m_ordered.begin(), m_ordered.end(),
-                         [&](int a, int b) { return plannedBefore(asset(a), asset(b)); });
+        const auto before = [&](const Keyed& a, const Keyed& b) {
+            if (a.date != b.date)
+                return a.date < b.date;
+            return asset(a.index).uuid < asset(b.index).uuid;
+        };
+        std::stable_sort(keyed.begin(), keyed.end(), before);
 
         // Assets that sort equal share a rank, so ordering by rank is the plan order exactly.
-        m_eligibleByPK.reserve(qsizetype(m_ordered.size()));
+        m_ordered.reserve(keyed.size());
+        m_eligibleByPK.reserve(qsizetype(keyed.size()));
         int rank = 0;
-        for (size_t i = 0; i < m_ordered.size(); ++i) {
-            const int index = m_ordered[i];
-            if (i > 0 && plannedBefore(asset(m_ordered[i - 1]), asset(index)))
+        for (size_t i = 0; i < keyed.size(); ++i) {
+            if (i > 0 && before(keyed[i - 1], keyed[i]))
                 ++rank;
-            m_eligibleByPK.insert(asset(index).pk, {index, rank});
+            m_ordered.push_back(keyed[i].index);
+            m_eligibleByPK.insert(asset(keyed[i].index).pk, {keyed[i].index, rank});
         }
     }
 

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <QString>
+#include "QtPrinters.h"
+
 #include <QTemporaryDir>
 
 // A fresh folder for one test, removed afterwards.

@@ -1,13 +1,10 @@
 #include "FakeMediaSource.h"
+#include "QtPrinters.h"
 #include "checks/CompletenessReport.h"
 #include "device/MediaSourceError.h"
 #include "plan/BackupPlan.h"
 
 #include <gtest/gtest.h>
-
-#include <ostream>
-
-inline void PrintTo(const QString& text, std::ostream* out) { *out << '"' << text.toStdString() << '"'; }
 
 namespace {
 

@@ -1,12 +1,9 @@
+#include "QtPrinters.h"
 #include "plan/BackupPlan.h"
 
 #include <QLocale>
 
 #include <gtest/gtest.h>
-
-#include <ostream>
-
-inline void PrintTo(const QString& text, std::ostream* out) { *out << '"' << text.toStdString() << '"'; }
 
 namespace {
 

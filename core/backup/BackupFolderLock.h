@@ -1,0 +1,38 @@
+#pragma once
+
+#include <QLockFile>
+#include <QString>
+
+#include <memory>
+#include <stdexcept>
+
+// Thrown when another run holds the lock of a backup folder.
+class BackupFolderBusy : public std::runtime_error {
+public:
+    explicit BackupFolderBusy(qint64 pid);
+    qint64 pid() const { return m_pid; }
+    // "Another backup into this folder is running (process N)."
+    QString description() const;
+
+private:
+    qint64 m_pid;
+};
+
+// One real run per backup folder at a time, across processes. The lock file ".ombrelo-lock" sits in
+// the folder while a run copies and is removed when the lock goes; a lock left by a process that
+// died is taken over. Without it, a second run's clean-up of the temporary folder would delete the
+// first run's downloads.
+class BackupFolderLock {
+public:
+    static inline const QString fileName = QStringLiteral(".ombrelo-lock");
+
+    // Takes the lock at once or throws BackupFolderBusy (or std::runtime_error when the folder
+    // cannot hold a lock file at all).
+    explicit BackupFolderLock(const QString& root);
+    ~BackupFolderLock();
+    BackupFolderLock(const BackupFolderLock&) = delete;
+    BackupFolderLock& operator=(const BackupFolderLock&) = delete;
+
+private:
+    std::unique_ptr<QLockFile> m_lock;
+};

@@ -1,0 +1,83 @@
+#include "BackupVerifier.h"
+
+#include "backup/Manifest.h"
+#include "device/StreamingHasher.h"
+#include "library/SQLiteDB.h"
+
+#include <QDir>
+#include <QFileInfo>
+
+#include <stdexcept>
+
+namespace {
+
+struct Row {
+    QString relPath;
+    QString sha256;
+    int64_t size = 0;
+    QString status;
+};
+
+std::vector<Row> readRows(const QString& root)
+{
+    const QString path = QDir(root).filePath(Manifest::fileName);
+    if (!QFileInfo::exists(path))
+        throw std::runtime_error(
+            QString::fromUtf8("There is no Ombrelo backup in \u201c%1\u201d: it has no %2 file.")
+                .arg(QDir::toNativeSeparators(root), Manifest::fileName)
+                .toStdString());
+    SQLiteDB db(path, true, false);
+    std::vector<Row> rows;
+    db.query("SELECT rel_path, sha256, size, status FROM files ORDER BY rel_path", {}, [&](const SQLRow& row) {
+        rows.push_back({row.text(0).value_or(QString()), row.text(1).value_or(QString()),
+                        row.integer(2).value_or(0), row.text(3).value_or(QString())});
+    });
+    return rows;
+}
+
+// A recorded path is only followed when it stays inside the backup folder.
+bool isInsideRoot(const QString& relPath)
+{
+    if (relPath.isEmpty() || QDir::isAbsolutePath(relPath))
+        return false;
+    return !relPath.split('/').contains("..");
+}
+
+} // namespace
+
+VerificationReport BackupVerifier::run(const QString& root, const Progress& onProgress)
+{
+    const std::vector<Row> rows = readRows(root);
+    const QDir dir(root);
+    VerificationReport report;
+    int done = 0;
+    for (const Row& row : rows) {
+        ++report.files;
+        const QString file = dir.filePath(row.relPath);
+        if (!isInsideRoot(row.relPath)) {
+            report.changed << row.relPath + ": the recorded path leaves the backup folder and was not followed";
+        } else if (!QFileInfo(file).isFile()) {
+            report.missing << row.relPath;
+        } else if (row.status == Manifest::rawValue(Manifest::Status::duplicate)) {
+            // A duplicate row points at the earlier file with the same content: it only has to exist.
+            ++report.intact;
+        } else {
+            try {
+                const DownloadResult actual = sha256OfFile(file);
+                report.bytes += actual.size;
+                if (actual.size != uint64_t(row.size))
+                    report.changed << row.relPath + ": size " + QString::number(actual.size) + " bytes, recorded " +
+                                          QString::number(row.size);
+                else if (actual.sha256 != row.sha256)
+                    report.changed << row.relPath + ": content differs from the recorded SHA-256";
+                else
+                    ++report.intact;
+            } catch (const std::runtime_error& error) {
+                report.changed << row.relPath + ": could not be read (" + QString::fromUtf8(error.what()) + ")";
+            }
+        }
+        if (onProgress)
+            onProgress(++done, int(rows.size()));
+    }
+    return report;
+}

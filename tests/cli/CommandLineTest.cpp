@@ -1,0 +1,64 @@
+#include "CommandLine.h"
+#include "QtPrinters.h"
+#include "Version.h"
+
+#include <QProcess>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+struct Result {
+    int code;
+    QString out;
+    QString err;
+};
+
+Result runInProcess(const QStringList& arguments)
+{
+    QString out, err;
+    QTextStream outStream(&out), errStream(&err);
+    CommandContext context{outStream, errStream};
+    CommandLine commandLine;
+    const int code = commandLine.run(arguments, context);
+    outStream.flush();
+    errStream.flush();
+    return {code, out, err};
+}
+
+} // namespace
+
+TEST(CommandLine, VersionHelpAndUsageErrors)
+{
+    const Result version = runInProcess({"--version"});
+    EXPECT_EQ(version.code, 0);
+    EXPECT_EQ(version.out, QString("ombrelo-cli ") + ombrelo::kVersion + "\n");
+
+    const Result help = runInProcess({"--help"});
+    EXPECT_EQ(help.code, 0);
+    EXPECT_TRUE(help.out.startsWith("Usage: ombrelo-cli")) << help.out.toStdString();
+
+    for (const QStringList& bad : {QStringList{"frobnicate"}, QStringList{"--frobnicate"}, QStringList{}}) {
+        const Result result = runInProcess(bad);
+        EXPECT_EQ(result.code, 2);
+        EXPECT_TRUE(result.out.isEmpty());
+        EXPECT_TRUE(result.err.contains("Usage: ombrelo-cli")) << result.err.toStdString();
+        // One line of error, then the usage.
+        EXPECT_TRUE(result.err.section('\n', 1).startsWith("Usage: ombrelo-cli")) << result.err.toStdString();
+    }
+}
+
+TEST(CommandLine, RealBinaryAnswersOnItsStreams)
+{
+    QProcess cli;
+    cli.start(OMBRELO_BIN_DIR "/ombrelo-cli", {"--version"});
+    ASSERT_TRUE(cli.waitForFinished(10000));
+    EXPECT_EQ(cli.exitCode(), 0);
+    EXPECT_EQ(QString::fromUtf8(cli.readAllStandardOutput()), QString("ombrelo-cli ") + ombrelo::kVersion + "\n");
+
+    cli.start(OMBRELO_BIN_DIR "/ombrelo-cli", {"--nope"});
+    ASSERT_TRUE(cli.waitForFinished(10000));
+    EXPECT_EQ(cli.exitCode(), 2);
+    EXPECT_TRUE(cli.readAllStandardOutput().isEmpty());
+    EXPECT_TRUE(cli.readAllStandardError().startsWith("ombrelo-cli: unknown option \"--nope\".\n"));
+}
