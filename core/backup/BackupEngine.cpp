@@ -377,6 +377,25 @@ std::optional<QStringList> BackupEngine::listing(const QString& directory)
     return names;
 }
 
+std::optional<BackupEngine::FolderIndex> BackupEngine::folderIndex(const QString& directory)
+{
+    auto found = m_folderIndexes.find(directory);
+    if (found == m_folderIndexes.end()) {
+        const auto names = listing(directory);
+        if (!names)
+            return std::nullopt;
+        QStringList sorted = *names;
+        sorted.sort();
+        FolderIndex index;
+        for (const QString& name : std::as_const(sorted)) {
+            index.names.insert(name);
+            index.namesByStem[FileNaming::split(name).stem.toCaseFolded()].append(name);
+        }
+        found = m_folderIndexes.insert(directory, std::move(index));
+    }
+    return *found; // shared, not copied
+}
+
 const QHash<QString, QSet<QString>>& BackupEngine::knownFilesByDirectory()
 {
     if (!m_knownFilesByDirectory) {
@@ -391,8 +410,8 @@ const QHash<QString, QSet<QString>>& BackupEngine::knownFilesByDirectory()
 std::optional<BackupEngine::Components> BackupEngine::components(const LibraryAsset& asset)
 {
     const QString directory = "/" + asset.directory;
-    const auto names = listing(directory);
-    if (!names || !names->contains(asset.filename))
+    const std::optional<FolderIndex> index = folderIndex(directory);
+    if (!index || !index->names.contains(asset.filename))
         return std::nullopt;
 
     const FileNaming::Parts original = FileNaming::split(asset.filename);
@@ -411,15 +430,12 @@ std::optional<BackupEngine::Components> BackupEngine::components(const LibraryAs
     static const QSet<QString> none;
     const auto knownHere = knownFilesByDirectory().constFind(asset.directory);
     const QSet<QString>& known = knownHere == knownFilesByDirectory().cend() ? none : *knownHere;
-    QStringList siblings = *names;
-    siblings.sort();
-    for (const QString& sibling : std::as_const(siblings)) {
+    // The names whose stem equals the original's without regard to case, in ascending order.
+    const QStringList siblings = index->namesByStem.value(original.stem.toCaseFolded());
+    for (const QString& sibling : siblings) {
         if (sibling == asset.filename || known.contains(sibling))
             continue;
-        const FileNaming::Parts parts = FileNaming::split(sibling);
-        if (parts.stem.compare(original.stem, Qt::CaseInsensitive) != 0)
-            continue;
-        const QString ext = parts.ext.toUpper();
+        const QString ext = FileNaming::split(sibling).ext.toUpper();
         if (ext == "MOV" && !asset.isVideo)
             add(Component::liveVideo, directory + "/" + sibling, sibling);
         else if (ext == "AAE")

@@ -57,7 +57,15 @@ public:
 private:
     using EventHandler = std::function<void(const BackupEvent&)>;
 
+    // A listed device folder, ready for asking about one asset: its names, and its names grouped by
+    // case-folded stem in ascending order.
+    struct FolderIndex {
+        QSet<QString> names;
+        QHash<QString, QStringList> namesByStem;
+    };
+
     std::optional<QStringList> listing(const QString& directory);
+    std::optional<FolderIndex> folderIndex(const QString& directory);
     const QHash<QString, QSet<QString>>& knownFilesByDirectory();
     bool backUp(const LibraryAsset& asset, const QList<BackupNode>& leaves, const QString& tmp, bool dryRun,
                 BackupSummary& summary, const EventHandler& onEvent);
@@ -74,6 +82,7 @@ private:
     DestinationFolder m_root;
     Manifest& m_manifest;
     QHash<QString, std::optional<QStringList>> m_listingCache;
+    QHash<QString, FolderIndex> m_folderIndexes;
     QHash<QString, QSet<QString>> m_destStems;
     std::optional<QHash<QString, QSet<QString>>> m_knownFilesByDirectory;
 };

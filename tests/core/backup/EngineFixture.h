@@ -4,9 +4,11 @@
 // a backup folder with a real manifest, and readers of what a backup left on disk.
 
 #include "FakeMediaSource.h"
+#include "QtPrinters.h"
 #include "TempDir.h"
 #include "backup/BackupEngine.h"
 #include "backup/Manifest.h"
+#include "checks/BackupVerifier.h"
 #include "device/MediaSourceError.h"
 #include "device/StreamingHasher.h"
 #include "library/PhotoLibrary.h"
@@ -23,7 +25,6 @@
 #include <memory>
 #include <ostream>
 
-inline void PrintTo(const QString& text, std::ostream* out) { *out << '"' << text.toStdString() << '"'; }
 inline void PrintTo(const SourceComponent& part, std::ostream* out)
 {
     *out << rawValue(part.component).toStdString() << " " << part.sourcePath.toStdString() << " ."
@@ -204,20 +205,10 @@ inline QStringList placementRows(Manifest& manifest)
     return rows;
 }
 
-// The folder and its manifest agree: every recorded file exists with its size and hash.
-inline QStringList inconsistencies(const QString& root, Manifest& manifest)
+// The folder and its manifest agree: every recorded file exists with its size and hash, as the
+// product's own checker sees it.
+inline QStringList inconsistencies(const QString& root)
 {
-    QStringList problems;
-    manifest.db().query("SELECT rel_path, sha256, size FROM files", {}, [&](const SQLRow& row) {
-        const QString path = root + "/" + row.text(0).value_or("");
-        if (!QFileInfo(path).isFile()) {
-            problems << "missing " + path;
-            return;
-        }
-        const DownloadResult content = sha256OfFile(path);
-        if (content.sha256 != row.text(1).value_or("") ||
-            int64_t(content.size) != row.integer(2).value_or(-1))
-            problems << "different " + path;
-    });
-    return problems;
+    const VerificationReport report = BackupVerifier::run(root);
+    return report.missing + report.changed;
 }
