@@ -1,0 +1,32 @@
+#include "DeviceAccess.h"
+
+#include "device/DeviceError.h"
+#include "device/MediaSourceError.h"
+
+#include <stdexcept>
+
+int runWithDevice(CommandContext& context, const std::function<int()>& work)
+{
+    try {
+        return work();
+    } catch (const DeviceError& error) {
+        context.err << error.description() << "\n";
+    } catch (const MediaSourceError& error) {
+        context.err << error.description() << "\n";
+    } catch (const std::exception& error) {
+        context.err << QString::fromStdString(error.what()) << "\n";
+    }
+    return ExitCode::failed;
+}
+
+QCommandLineOption udidOption()
+{
+    return {"udid", "Use the device with this udid (default: the first device connected by USB).", "UDID"};
+}
+
+std::optional<QString> chosenUdid(const QCommandLineParser& parser)
+{
+    if (!parser.isSet("udid"))
+        return std::nullopt;
+    return parser.value("udid");
+}

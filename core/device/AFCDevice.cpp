@@ -1,0 +1,270 @@
+#include "AFCDevice.h"
+
+#include "DeviceError.h"
+#include "MediaSourceError.h"
+#include "StreamingHasher.h"
+
+#include <QFile>
+#include <QLoggingCategory>
+
+#include <libimobiledevice/afc.h>
+#include <libimobiledevice/libimobiledevice.h>
+#include <libimobiledevice/lockdown.h>
+#include <plist/plist.h>
+
+#include <cstdlib>
+#include <stdexcept>
+
+namespace {
+
+// Debug lines are off unless QT_LOGGING_RULES="ombrelo.device.debug=true" asks for them.
+Q_LOGGING_CATEGORY(lcDevice, "ombrelo.device", QtInfoMsg)
+
+constexpr char kLabel[] = "ombrelo";
+constexpr char kAfcService[] = "com.apple.afc";
+
+struct CFree {
+    void operator()(char* text) const { std::free(text); }
+};
+using CString = std::unique_ptr<char, CFree>;
+
+struct LockdownFree {
+    void operator()(lockdownd_client_t client) const { lockdownd_client_free(client); }
+};
+using LockdownClient = std::unique_ptr<lockdownd_client_private, LockdownFree>;
+
+struct ServiceFree {
+    void operator()(lockdownd_service_descriptor_t service) const { lockdownd_service_descriptor_free(service); }
+};
+using ServiceDescriptor = std::unique_ptr<lockdownd_service_descriptor, ServiceFree>;
+
+struct DeviceListFree {
+    void operator()(idevice_info_t* list) const { idevice_device_list_extended_free(list); }
+};
+
+struct PlistFree {
+    void operator()(void* node) const { plist_free(static_cast<plist_t>(node)); }
+};
+
+struct DictionaryFree {
+    void operator()(char** dictionary) const { afc_dictionary_free(dictionary); }
+};
+
+// Closes an open AFC file when the transfer ends, however it ends.
+class OpenFile {
+public:
+    OpenFile(afc_client_t client, uint64_t handle) : m_client(client), m_handle(handle) {}
+    ~OpenFile() { afc_file_close(m_client, m_handle); }
+    OpenFile(const OpenFile&) = delete;
+    OpenFile& operator=(const OpenFile&) = delete;
+
+private:
+    afc_client_t m_client;
+    uint64_t m_handle;
+};
+
+std::optional<QString> stringValue(lockdownd_client_t client, const char* key)
+{
+    plist_t node = nullptr;
+    if (lockdownd_get_value(client, nullptr, key, &node) != LOCKDOWN_E_SUCCESS || !node)
+        return std::nullopt;
+    const std::unique_ptr<void, PlistFree> owned(node);
+    if (plist_get_node_type(node) != PLIST_STRING)
+        return std::nullopt;
+    char* raw = nullptr;
+    plist_get_string_val(node, &raw);
+    const CString text(raw);
+    if (!text)
+        return std::nullopt;
+    return QString::fromUtf8(text.get());
+}
+
+std::unique_ptr<idevice_private, void (*)(idevice_t)> openUsbDevice(const char* udid)
+{
+    idevice_t device = nullptr;
+    if (idevice_new_with_options(&device, udid, IDEVICE_LOOKUP_USBMUX) != IDEVICE_E_SUCCESS)
+        device = nullptr;
+    return {device, [](idevice_t handle) {
+                if (handle)
+                    idevice_free(handle);
+            }};
+}
+
+LockdownClient handshake(idevice_t device)
+{
+    lockdownd_client_t client = nullptr;
+    const lockdownd_error_t result = lockdownd_client_new_with_handshake(device, &client, kLabel);
+    LockdownClient owned(result == LOCKDOWN_E_SUCCESS ? client : nullptr);
+    if (!owned) {
+        if (client)
+            lockdownd_client_free(client);
+        throw DeviceError::lockdown(int32_t(result));
+    }
+    return owned;
+}
+
+} // namespace
+
+void AFCDevice::DeviceFree::operator()(idevice_private* device) const { idevice_free(device); }
+
+void AFCDevice::AfcFree::operator()(afc_client_private* client) const { afc_client_free(client); }
+
+QString AFCDevice::afcError(int code) { return "afc error " + QString::number(code); }
+
+DeviceInfo AFCDevice::readInfo(const QString& udid, lockdownd_client_t client)
+{
+    DeviceInfo info;
+    info.udid = udid;
+    char* rawName = nullptr;
+    const lockdownd_error_t named = lockdownd_get_device_name(client, &rawName);
+    const CString name(rawName);
+    info.name = named == LOCKDOWN_E_SUCCESS && name ? QString::fromUtf8(name.get()) : QStringLiteral("iOS device");
+    info.productType = stringValue(client, "ProductType").value_or("?");
+    info.productVersion = stringValue(client, "ProductVersion").value_or("?");
+    return info;
+}
+
+QList<DeviceInfo> AFCDevice::connectedDevices()
+{
+    idevice_info_t* raw = nullptr;
+    int count = 0;
+    if (idevice_get_device_list_extended(&raw, &count) != IDEVICE_E_SUCCESS || !raw)
+        return {};
+    const std::unique_ptr<idevice_info_t, DeviceListFree> list(raw);
+
+    // Network-attached devices are left out; a device listed twice is described once.
+    QStringList udids;
+    for (int i = 0; i < count; ++i) {
+        const idevice_info_t entry = raw[i];
+        if (!entry || entry->conn_type != CONNECTION_USBMUXD || !entry->udid)
+            continue;
+        const QString udid = QString::fromUtf8(entry->udid);
+        if (!udids.contains(udid))
+            udids << udid;
+    }
+
+    QList<DeviceInfo> devices;
+    for (const QString& udid : std::as_const(udids)) {
+        try {
+            const QByteArray udidBytes = udid.toUtf8();
+            const auto device = openUsbDevice(udidBytes.constData());
+            if (!device)
+                throw DeviceError::connectFailed("device " + udid + " not found");
+            const LockdownClient client = handshake(device.get());
+            devices << readInfo(udid, client.get());
+        } catch (const DeviceError& error) {
+            qCDebug(lcDevice) << "device" << udid << "is unavailable:" << error.description();
+            devices << DeviceInfo{udid, QStringLiteral("Unavailable device"), {}, {}, error.description()};
+        }
+    }
+    return devices;
+}
+
+AFCDevice::AFCDevice(const std::optional<QString>& udid)
+{
+    const QByteArray udidBytes = udid ? udid->toUtf8() : QByteArray();
+    auto device = openUsbDevice(udid ? udidBytes.constData() : nullptr);
+    if (!device) {
+        if (udid)
+            throw DeviceError::connectFailed("device " + *udid + " not found");
+        throw DeviceError::noDevice();
+    }
+    const LockdownClient client = handshake(device.get());
+
+    QString actualUdid = udid.value_or(QString());
+    if (!udid) {
+        char* raw = nullptr;
+        const idevice_error_t result = idevice_get_udid(device.get(), &raw);
+        const CString text(raw);
+        if (result == IDEVICE_E_SUCCESS && text)
+            actualUdid = QString::fromUtf8(text.get());
+    }
+
+    lockdownd_service_descriptor_t rawService = nullptr;
+    const lockdownd_error_t started = lockdownd_start_service(client.get(), kAfcService, &rawService);
+    const ServiceDescriptor service(rawService);
+    if (started != LOCKDOWN_E_SUCCESS || !service)
+        throw DeviceError::lockdown(int32_t(started));
+
+    afc_client_t afc = nullptr;
+    const afc_error_t made = afc_client_new(device.get(), service.get(), &afc);
+    if (made != AFC_E_SUCCESS || !afc) {
+        if (afc)
+            afc_client_free(afc);
+        throw DeviceError::afcService(afcError(made));
+    }
+    m_device.reset(device.release());
+    m_afc.reset(afc);
+    // The lockdown session ends here; only the device handle and the AFC client stay open.
+    m_info = readInfo(actualUdid, client.get());
+}
+
+AFCDevice::~AFCDevice() = default;
+
+QStringList AFCDevice::listDirectory(const QString& path)
+{
+    std::lock_guard lock(m_lock);
+    char** raw = nullptr;
+    const afc_error_t result = afc_read_directory(m_afc.get(), path.toUtf8().constData(), &raw);
+    const std::unique_ptr<char*, DictionaryFree> list(raw);
+    if (result == AFC_E_OBJECT_NOT_FOUND)
+        throw MediaSourceError::notFound(path);
+    if (result != AFC_E_SUCCESS)
+        throw MediaSourceError::readFailed(path, afcError(result));
+    // Success without a list is reported as it stands rather than read as an empty folder.
+    if (!list)
+        throw MediaSourceError::readFailed(path, afcError(AFC_E_SUCCESS));
+    QStringList names;
+    for (char** entry = list.get(); *entry; ++entry) {
+        const QString name = QString::fromUtf8(*entry);
+        if (name != "." && name != "..")
+            names << name;
+    }
+    return names;
+}
+
+void AFCDevice::readChunks(const QString& path, const ChunkHandler& body)
+{
+    std::lock_guard lock(m_lock);
+    uint64_t handle = 0;
+    const afc_error_t opened = afc_file_open(m_afc.get(), path.toUtf8().constData(), AFC_FOPEN_RDONLY, &handle);
+    if (opened == AFC_E_OBJECT_NOT_FOUND)
+        throw MediaSourceError::notFound(path);
+    if (opened != AFC_E_SUCCESS)
+        throw MediaSourceError::readFailed(path, "open failed, " + afcError(opened));
+    const OpenFile file(m_afc.get(), handle);
+    // One buffer for the whole file, however large: memory stays flat for multi-gigabyte videos.
+    const auto buffer = std::make_unique_for_overwrite<char[]>(kTransferChunkSize);
+    for (;;) {
+        uint32_t bytesRead = 0;
+        const afc_error_t result =
+            afc_file_read(m_afc.get(), handle, buffer.get(), uint32_t(kTransferChunkSize), &bytesRead);
+        if (result != AFC_E_SUCCESS)
+            throw MediaSourceError::readFailed(path, "read failed, " + afcError(result));
+        if (bytesRead == 0)
+            return;
+        body(buffer.get(), bytesRead);
+    }
+}
+
+DownloadResult AFCDevice::download(const QString& path, const QString& destination)
+{
+    // An existing file is replaced by an empty one; the caller writes to a temporary name.
+    QFile file(destination);
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate | QIODevice::Unbuffered))
+        throw MediaSourceError::readFailed(path, "cannot create " + destination);
+    StreamingHasher hasher;
+    readChunks(path, [&](const char* data, size_t length) {
+        hasher.update(data, length);
+        if (file.write(data, qint64(length)) != qint64(length))
+            throw std::runtime_error((destination + ": " + file.errorString()).toStdString());
+    });
+    return hasher.finish();
+}
+
+QByteArray AFCDevice::readFile(const QString& path)
+{
+    QByteArray content;
+    readChunks(path, [&](const char* data, size_t length) { content.append(data, qsizetype(length)); });
+    return content;
+}

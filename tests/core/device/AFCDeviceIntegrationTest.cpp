@@ -1,0 +1,392 @@
+#include "DeviceSimulator.h"
+#include "QtPrinters.h"
+#include "TempDir.h"
+#include "device/AFCDevice.h"
+#include "device/DeviceError.h"
+#include "device/MediaSourceError.h"
+#include "device/StreamingHasher.h"
+
+#include <QDir>
+#include <QFile>
+#include <QRandomGenerator>
+#include <QRegularExpression>
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <future>
+#include <thread>
+
+namespace {
+
+QByteArray randomBytes(qsizetype size)
+{
+    QByteArray bytes(size, Qt::Uninitialized);
+    QRandomGenerator generator{uint(size)};
+    for (qsizetype i = 0; i < size; ++i)
+        bytes[i] = char(generator.generate() & 0xFF);
+    return bytes;
+}
+
+QString sha256(const QByteArray& bytes)
+{
+    StreamingHasher hasher;
+    hasher.update(bytes.constData(), size_t(bytes.size()));
+    return hasher.finish().sha256;
+}
+
+// Peak resident memory of a process in KiB, from /proc.
+qint64 peakResidentKiB(const QString& pid = "self")
+{
+    QFile status("/proc/" + pid + "/status");
+    if (!status.open(QIODevice::ReadOnly))
+        return -1;
+    const QRegularExpression line("VmHWM:\\s+(\\d+) kB");
+    const QRegularExpressionMatch match = line.match(QString::fromLatin1(status.readAll()));
+    return match.hasMatch() ? match.captured(1).toLongLong() : -1;
+}
+
+template <typename Call>
+MediaSourceError mediaError(Call&& call)
+{
+    try {
+        call();
+    } catch (const MediaSourceError& error) {
+        return error;
+    }
+    throw std::runtime_error("the call did not fail with a MediaSourceError");
+}
+
+template <typename Call>
+DeviceError deviceError(Call&& call)
+{
+    try {
+        call();
+    } catch (const DeviceError& error) {
+        return error;
+    }
+    throw std::runtime_error("the call did not fail with a DeviceError");
+}
+
+// Runs `call` on another thread and fails the whole test run, rather than hanging, if it
+// does not return in time.
+template <typename Call>
+auto withinSeconds(int seconds, Call&& call)
+{
+    auto future = std::async(std::launch::async, std::forward<Call>(call));
+    if (future.wait_for(std::chrono::seconds(seconds)) != std::future_status::ready) {
+        ADD_FAILURE() << "the call hung for " << seconds << " s";
+        std::_Exit(1);
+    }
+    return future.get();
+}
+
+SimulatedPhone phone(int n, const QString& name = "Test iPhone")
+{
+    SimulatedPhone phone;
+    phone.udid = simulatedUdid(n);
+    phone.name = name;
+    return phone;
+}
+
+} // namespace
+
+TEST(AFCDevice, DiscoveryListsUsbDevicesOnceEach)
+{
+    TempDir dir;
+    const QString devices = dir.filePath("devices");
+    QDir().mkpath(devices);
+    DeviceSimulator simulator(DeviceSimulator::devicesDir, devices);
+
+    EXPECT_TRUE(AFCDevice::connectedDevices().isEmpty());
+    const DeviceError none = deviceError([] { AFCDevice device; });
+    EXPECT_EQ(none.kind(), DeviceError::Kind::noDevice);
+    EXPECT_EQ(none.description(), "No iPhone or iPad is connected by USB.");
+
+    // Plugging phones in: the folder is read again at every listing.
+    SimulatedPhone twice = phone(1, "Kitchen iPad");
+    twice.productType = "iPad13,1";
+    twice.listedTwice = true;
+    writeDeviceFolder(devices + "/1-ipad", twice);
+    SimulatedPhone network = phone(2, "Wi-Fi Phone");
+    network.connection = "Network";
+    writeDeviceFolder(devices + "/2-network", network);
+    SimulatedPhone quiet = phone(3);
+    quiet.faults = {{"deviceNameMissing", true}, {"productTypeMissing", true}, {"productVersionMissing", true}};
+    writeDeviceFolder(devices + "/3-quiet", quiet);
+    writeDeviceFolder(devices + "/4-phone", phone(4, "Anna's iPhone"));
+
+    const QList<DeviceInfo> listed = AFCDevice::connectedDevices();
+    ASSERT_EQ(listed.size(), 3) << simulator.log().toStdString();
+    EXPECT_EQ(listed[0], (DeviceInfo{twice.udid, "Kitchen iPad", "iPad13,1", "17.5", std::nullopt}));
+    EXPECT_EQ(listed[0].summary(), "Kitchen iPad (iPad13,1, iOS 17.5)");
+    EXPECT_TRUE(listed[0].isPad());
+    EXPECT_EQ(listed[1].summary(), "iOS device (?, iOS ?)");
+    EXPECT_EQ(listed[2].summary(), "Anna's iPhone (iPhone15,3, iOS 17.5)");
+    EXPECT_FALSE(listed[2].isPad());
+
+    // Opening with no udid takes the first USB device; a network-only device cannot be opened.
+    {
+        AFCDevice first;
+        EXPECT_EQ(first.info(), listed[0]);
+    }
+    const DeviceError networkOnly = deviceError([&] { AFCDevice device(network.udid); });
+    EXPECT_EQ(networkOnly.kind(), DeviceError::Kind::connectFailed);
+    EXPECT_EQ(networkOnly.description(), "Could not connect to the device: device " + network.udid + " not found");
+    AFCDevice quietDevice(quiet.udid);
+    EXPECT_EQ(quietDevice.info(), (DeviceInfo{quiet.udid, "iOS device", "?", "?", std::nullopt}));
+
+    // Unplugging: the folder moves out, the phone disappears and its open connection is closed.
+    ASSERT_TRUE(QDir().rename(devices + "/3-quiet", dir.filePath("3-quiet")));
+    const QList<DeviceInfo> after = AFCDevice::connectedDevices();
+    ASSERT_EQ(after.size(), 2);
+    EXPECT_EQ(after[1].udid, simulatedUdid(4));
+    EXPECT_THROW(withinSeconds(20, [&] { return quietDevice.listDirectory("/"); }), MediaSourceError);
+}
+
+TEST(AFCDevice, NoUsbmuxdMeansNoDevices)
+{
+    TempDir dir;
+    qputenv("USBMUXD_SOCKET_ADDRESS", ("UNIX:" + dir.filePath("nothing.sock")).toUtf8());
+    EXPECT_TRUE(AFCDevice::connectedDevices().isEmpty());
+    EXPECT_EQ(deviceError([] { AFCDevice device; }).kind(), DeviceError::Kind::noDevice);
+    qunsetenv("USBMUXD_SOCKET_ADDRESS");
+}
+
+TEST(AFCDevice, LockdownFailuresBecomeUnavailableRecordsWithoutHidingOthers)
+{
+    TempDir dir;
+    const struct {
+        const char* error;
+        int code;
+        QString text;
+    } cases[] = {
+        {"PasswordProtected", -17, "The device is locked. Unlock it and try again."},
+        {"UserDeniedPairing", -18,
+         QString::fromUtf8("\u201cDon't Trust\u201d was chosen on the device. Unplug and reconnect to be asked again.")},
+        {"PairingDialogResponsePending", -19, QString::fromUtf8("Tap \u201cTrust\u201d on the device, then try again.")},
+        {"InvalidHostID", -21,
+         QString::fromUtf8("This computer is not trusted by the device. Unlock it and tap \u201cTrust\u201d when asked.")},
+        {"SomethingNew", -256, "The device refused the connection (lockdown error -256)."},
+    };
+    QStringList folders;
+    int n = 0;
+    for (const auto& failure : cases) {
+        SimulatedPhone failing = phone(++n);
+        failing.faults = {{"lockdownError", failure.error}};
+        folders << writeDeviceFolder(dir.filePath(QString::number(n)), failing);
+        if (n == 2)
+            folders << writeDeviceFolder(dir.filePath("healthy"), phone(100, "Healthy"));
+    }
+    SimulatedPhone noService = phone(200, "No Service");
+    noService.faults = {{"startServiceError", "InvalidService"}};
+    folders << writeDeviceFolder(dir.filePath("noservice"), noService);
+    DeviceSimulator simulator(folders);
+
+    const QList<DeviceInfo> listed = AFCDevice::connectedDevices();
+    ASSERT_EQ(listed.size(), 7) << simulator.log().toStdString();
+    EXPECT_EQ(listed[2].summary(), "Healthy (iPhone15,3, iOS 17.5)");
+    EXPECT_EQ(listed[6].summary(), "No Service (iPhone15,3, iOS 17.5)");
+    const QList<DeviceInfo> failed = {listed[0], listed[1], listed[3], listed[4], listed[5]};
+    for (int i = 0; i < 5; ++i) {
+        const QString udid = simulatedUdid(i + 1);
+        EXPECT_EQ(failed[i], (DeviceInfo{udid, "Unavailable device", "", "", cases[i].text}));
+        EXPECT_EQ(failed[i].summary(), udid + ": " + cases[i].text);
+
+        const DeviceError opening = deviceError([&] { AFCDevice device(udid); });
+        EXPECT_EQ(opening.kind(), DeviceError::Kind::lockdown);
+        EXPECT_EQ(opening.code(), cases[i].code);
+        EXPECT_EQ(opening.description(), cases[i].text);
+    }
+
+    const DeviceError refused = deviceError([&] { AFCDevice device(noService.udid); });
+    EXPECT_EQ(refused.code(), -27);
+    EXPECT_EQ(refused.description(), "The device refused the connection (lockdown error -27).");
+    EXPECT_EQ(AFCDevice(simulatedUdid(100)).info().name, "Healthy");
+}
+
+TEST(AFCDevice, AfcErrorsHaveTheirTexts)
+{
+    TempDir dir;
+    SimulatedPhone faulty = phone(1);
+    faulty.faults = {{"failPaths",
+                      QJsonObject{{"/DCIM/100APPLE/IMG_0002.HEIC", QJsonObject{{"open", 10}}},
+                                  {"/DCIM/100APPLE/IMG_0003.MOV", QJsonObject{{"read", 4}, {"readAfterBytes", 2 << 20}}},
+                                  {"/DCIM/101APPLE", QJsonObject{{"list", 10}}},
+                                  {"/Confused", QJsonObject{{"emptyListing", true}}}}}};
+    const QString folder = writeDeviceFolder(dir.filePath("phone"), faulty,
+                                             {{"/DCIM/100APPLE/IMG_0002.HEIC", "heic"},
+                                              {"/DCIM/100APPLE/IMG_0003.MOV", randomBytes(3 << 20)},
+                                              {"/DCIM/100APPLE/IMG_0004.JPG", "jpeg"},
+                                              {"/DCIM/101APPLE/IMG_0101.JPG", "jpeg"}});
+    QDir().mkpath(folder + "/media/Empty");
+    QDir().mkpath(folder + "/media/Confused");
+    writeFile(dir.filePath("secret.txt"), "outside the media tree");
+    ASSERT_TRUE(QFile::link(dir.filePath("secret.txt"), folder + "/media/DCIM/100APPLE/LINK.JPG"));
+    DeviceSimulator simulator({folder});
+    AFCDevice device;
+    const QString local = dir.filePath("out");
+
+    const MediaSourceError missing = mediaError([&] { device.download("/DCIM/100APPLE/IMG_0001.HEIC", local); });
+    EXPECT_EQ(missing.kind(), MediaSourceError::Kind::notFound);
+    EXPECT_EQ(missing.description(), "Not found on device: /DCIM/100APPLE/IMG_0001.HEIC");
+    EXPECT_EQ(mediaError([&] { device.listDirectory("/DCIM/999APPLE"); }).description(),
+              "Not found on device: /DCIM/999APPLE");
+    EXPECT_EQ(mediaError([&] { device.readFile("/DCIM/100APPLE/IMG_0002.HEIC"); }).description(),
+              "Could not read /DCIM/100APPLE/IMG_0002.HEIC from device: open failed, afc error 10");
+    const MediaSourceError midFile = mediaError([&] { device.download("/DCIM/100APPLE/IMG_0003.MOV", local); });
+    EXPECT_EQ(midFile.kind(), MediaSourceError::Kind::readFailed);
+    EXPECT_EQ(midFile.description(),
+              "Could not read /DCIM/100APPLE/IMG_0003.MOV from device: read failed, afc error 4");
+    EXPECT_EQ(QFileInfo(local).size(), 2 << 20) << "the partial file stays for the caller to remove";
+    EXPECT_EQ(mediaError([&] { device.listDirectory("/DCIM/101APPLE"); }).description(),
+              "Could not read /DCIM/101APPLE from device: afc error 10");
+    EXPECT_EQ(mediaError([&] { device.listDirectory("/DCIM/100APPLE/IMG_0004.JPG"); }).message(), "afc error 4");
+    // A listing that succeeds without any list is a failure, not an empty folder.
+    EXPECT_EQ(mediaError([&] { device.listDirectory("/Confused"); }).description(),
+              "Could not read /Confused from device: afc error 0");
+    const QString unwritable = dir.filePath("no/such/folder/file.jpg");
+    EXPECT_EQ(mediaError([&] { device.download("/DCIM/100APPLE/IMG_0004.JPG", unwritable); }).description(),
+              "Could not read /DCIM/100APPLE/IMG_0004.JPG from device: cannot create " + unwritable);
+
+    // Nothing outside media/ can be reached: not by "..", not through a link.
+    EXPECT_EQ(mediaError([&] { device.readFile("/../secret.txt"); }).message(), "open failed, afc error 10");
+    EXPECT_EQ(mediaError([&] { device.readFile("/DCIM/100APPLE/LINK.JPG"); }).message(),
+              "open failed, afc error 10");
+    EXPECT_EQ(mediaError([&] { device.listDirectory("/DCIM/.."); }).message(), "afc error 10");
+
+    // Every failure released the device: listings and reads still work, in the device's order.
+    EXPECT_EQ(device.listDirectory("/DCIM/100APPLE"),
+              (QStringList{"IMG_0002.HEIC", "IMG_0003.MOV", "IMG_0004.JPG"}));
+    EXPECT_EQ(device.listDirectory("/"), (QStringList{"Confused", "DCIM", "Empty"}));
+    EXPECT_TRUE(device.listDirectory("/Empty").isEmpty());
+    EXPECT_EQ(device.readFile("/DCIM/100APPLE/IMG_0004.JPG"), "jpeg");
+}
+
+TEST(AFCDevice, TransfersAreExactAtEveryBoundary)
+{
+    TempDir dir;
+    const QByteArray exactlyOneMiB = randomBytes(kTransferChunkSize);
+    const QByteArray unaligned = randomBytes(2 * kTransferChunkSize + 12345);
+    const QString folder = writeDeviceFolder(dir.filePath("phone"), phone(1),
+                                             {{"/empty.dat", {}},
+                                              {"/DCIM/100APPLE/ONE.MOV", exactlyOneMiB},
+                                              {"/DCIM/100APPLE/Été à Zürich.JPG", unaligned}});
+    DeviceSimulator simulator({folder});
+    AFCDevice device(simulatedUdid(1));
+
+    const DownloadResult empty = device.download("/empty.dat", dir.filePath("empty"));
+    EXPECT_EQ(empty, (DownloadResult{"e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855", 0}));
+    EXPECT_TRUE(QFileInfo::exists(dir.filePath("empty")));
+    EXPECT_EQ(QFileInfo(dir.filePath("empty")).size(), 0);
+
+    // An existing destination is replaced.
+    writeFile(dir.filePath("one"), QByteArray(5 << 20, 'x'));
+    const DownloadResult one = device.download("/DCIM/100APPLE/ONE.MOV", dir.filePath("one"));
+    EXPECT_EQ(one, (DownloadResult{sha256(exactlyOneMiB), kTransferChunkSize}));
+    EXPECT_EQ(readFile(dir.filePath("one")), exactlyOneMiB);
+    EXPECT_EQ(sha256OfFile(dir.filePath("one")), one);
+
+    const DownloadResult odd = device.download("/DCIM/100APPLE/Été à Zürich.JPG", dir.filePath("odd"));
+    EXPECT_EQ(odd, (DownloadResult{sha256(unaligned), uint64_t(unaligned.size())}));
+    EXPECT_EQ(readFile(dir.filePath("odd")), unaligned);
+    EXPECT_EQ(device.readFile("/DCIM/100APPLE/Été à Zürich.JPG"), unaligned);
+    EXPECT_EQ(device.readFile("/empty.dat"), QByteArray());
+    EXPECT_EQ(device.listDirectory("/DCIM/100APPLE"), (QStringList{"ONE.MOV", "Été à Zürich.JPG"}));
+}
+
+TEST(AFCDevice, MultiGigabyteSparseFileStreamsWithFlatMemory)
+{
+    TempDir dir;
+    const QString folder = writeDeviceFolder(dir.filePath("phone"), phone(1));
+    // Over 4 GiB, so no 32-bit size or offset survives; sparse, so it costs no disk.
+    const qint64 size = (qint64(4) << 30) + kTransferChunkSize + 3;
+    const QByteArray tail = "end of a very long video";
+    {
+        QFile video(folder + "/media/LONG.MOV");
+        ASSERT_TRUE(video.open(QIODevice::WriteOnly));
+        ASSERT_TRUE(video.resize(size - tail.size()));
+        ASSERT_TRUE(video.seek(size - tail.size()));
+        ASSERT_EQ(video.write(tail), tail.size());
+    }
+    // What coreutils' sha256sum says of the same file (truncate -s 4296015851, then the tail appended).
+    const QString expected = "a62071e76192bf0db8b9dbd01b29b1956eeb64fc7c2ef0ff404c4b2f86d98311";
+
+    DeviceSimulator simulator({folder});
+    AFCDevice device;
+    const qint64 before = peakResidentKiB();
+    const DownloadResult result = device.download("/LONG.MOV", "/dev/null");
+    EXPECT_EQ(result, (DownloadResult{expected, uint64_t(size)}));
+    EXPECT_LT(peakResidentKiB() - before, 32 * 1024) << "the download's memory grew with the file";
+    EXPECT_LT(peakResidentKiB(QString::number(simulator.pid())), 64 * 1024) << "the simulator's memory grew";
+}
+
+TEST(AFCDevice, TwoThreadsTakeTurnsOnOneDevice)
+{
+    TempDir dir;
+    const QByteArray first = randomBytes(6 << 20);
+    const QByteArray second = randomBytes((6 << 20) + 1);
+    SimulatedPhone slow = phone(1);
+    slow.faults = {{"bytesPerSecond", 60000000}};
+    const QString folder =
+        writeDeviceFolder(dir.filePath("phone"), slow,
+                          {{"/A.MOV", first}, {"/B.MOV", second}, {"/Thumbs/1.JPG", "one"}, {"/Thumbs/2.JPG", "two"}});
+    DeviceSimulator simulator({folder});
+    AFCDevice device;
+
+    DownloadResult a, b;
+    std::thread one([&] { a = device.download("/A.MOV", dir.filePath("a")); });
+    std::thread two([&] { b = device.download("/B.MOV", dir.filePath("b")); });
+    // Meanwhile, another thread reads thumbnails through the same device.
+    int thumbnails = 0;
+    for (int i = 0; i < 5; ++i) {
+        EXPECT_EQ(device.listDirectory("/Thumbs"), (QStringList{"1.JPG", "2.JPG"}));
+        EXPECT_EQ(device.readFile("/Thumbs/2.JPG"), "two");
+        ++thumbnails;
+    }
+    one.join();
+    two.join();
+    EXPECT_EQ(thumbnails, 5);
+    EXPECT_EQ(a, (DownloadResult{sha256(first), uint64_t(first.size())}));
+    EXPECT_EQ(b, (DownloadResult{sha256(second), uint64_t(second.size())}));
+    EXPECT_EQ(readFile(dir.filePath("b")), second);
+
+    // On the device's one AFC connection, each file was read whole before the next was opened.
+    QStringList sequence;
+    static const QRegularExpression request(" afc (FILE_OPEN|FILE_CLOSE|READ_DIR) ?(\\S*)");
+    for (const QString& line : simulator.log().split('\n')) {
+        const QRegularExpressionMatch match = request.match(line);
+        if (match.hasMatch())
+            sequence << match.captured(1);
+    }
+    ASSERT_EQ(sequence.count("FILE_OPEN"), 7) << simulator.log().toStdString();
+    for (int i = 0; i < sequence.size(); ++i)
+        if (sequence[i] == "FILE_OPEN") {
+            EXPECT_EQ(sequence.value(i + 1), "FILE_CLOSE") << "interleaved: " << sequence.join(' ').toStdString();
+        }
+}
+
+TEST(AFCDevice, PulledCableFailsCleanly)
+{
+    TempDir dir;
+    const QByteArray video = randomBytes(4 << 20);
+    SimulatedPhone pulled = phone(1);
+    pulled.faults = {{"dropAfterBytes", 1536 * 1024}};
+    const QString folder =
+        writeDeviceFolder(dir.filePath("phone"), pulled, {{"/DCIM/100APPLE/IMG_0001.MOV", video}, {"/small.txt", "ok"}});
+    DeviceSimulator simulator({folder});
+    AFCDevice device;
+
+    const MediaSourceError error = withinSeconds(30, [&] {
+        return mediaError([&] { device.download("/DCIM/100APPLE/IMG_0001.MOV", dir.filePath("partial")); });
+    });
+    EXPECT_EQ(error.kind(), MediaSourceError::Kind::readFailed);
+    EXPECT_TRUE(error.message().startsWith("read failed, afc error ")) << error.description().toStdString();
+    EXPECT_TRUE(QFileInfo::exists(dir.filePath("partial"))) << "the partial file stays for the caller to remove";
+    // The broken connection keeps failing, promptly, instead of hanging or crashing.
+    EXPECT_THROW(withinSeconds(30, [&] { return device.listDirectory("/"); }), MediaSourceError);
+
+    // Plugged in again, the phone serves the next connection.
+    AFCDevice again;
+    EXPECT_EQ(again.readFile("/small.txt"), "ok");
+}

@@ -1,0 +1,32 @@
+#include "RunProgram.h"
+
+#include <QProcess>
+
+QString ProgramResult::describe() const
+{
+    return "exit " + QString::number(exitCode) + "\nstdout:\n" + QString::fromUtf8(out) + "\nstderr:\n" +
+           QString::fromUtf8(err);
+}
+
+ProgramResult runProgram(const QString& program, const QStringList& arguments, int timeoutSeconds)
+{
+    QProcess process;
+    process.start(program, arguments);
+    ProgramResult result;
+    if (!process.waitForStarted(10000)) {
+        result.err = process.errorString().toUtf8();
+        return result;
+    }
+    process.closeWriteChannel();
+    if (!process.waitForFinished(timeoutSeconds * 1000)) {
+        process.kill();
+        process.waitForFinished(5000);
+        result.out = process.readAllStandardOutput();
+        result.err = process.readAllStandardError() + "\n(killed after " + QByteArray::number(timeoutSeconds) + " s)";
+        return result;
+    }
+    result.out = process.readAllStandardOutput();
+    result.err = process.readAllStandardError();
+    result.exitCode = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
+    return result;
+}

@@ -1,0 +1,17 @@
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+#include <QStringList>
+
+// The outcome of running a program to its end.
+struct ProgramResult {
+    int exitCode = -1; // -1 when it could not start, crashed or timed out
+    QByteArray out;
+    QByteArray err;
+    QString describe() const; // for test failure messages
+};
+
+// Runs a program (found on PATH or by path) with this process's environment, waiting at most
+// `timeoutSeconds`; a program still running then is killed.
+ProgramResult runProgram(const QString& program, const QStringList& arguments, int timeoutSeconds = 60);
