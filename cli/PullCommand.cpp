@@ -1,6 +1,7 @@
 #include "PullCommand.h"
 
 #include "DeviceAccess.h"
+#include "TerminalStatus.h"
 #include "device/AFCDevice.h"
 
 #include <QFile>
@@ -14,48 +15,44 @@
 
 namespace {
 
-// Shows the bytes written so far on a terminal while a long pull runs.
-class ProgressLine {
+// Shows the bytes written so far on the terminal's status line while a long pull runs; the
+// download itself reports nothing until it ends, so the growing local file is watched instead.
+class PullProgress {
 public:
-    ProgressLine(CommandContext& context, const QString& file) : m_context(context), m_file(file)
+    PullProgress(CommandContext& context, const QString& file)
+        : m_status(context.out, context.outIsTerminal), m_file(file)
     {
         if (context.outIsTerminal)
-            m_thread = std::thread([this] { show(); });
+            m_thread = std::thread([this] { watch(); });
     }
-    ~ProgressLine()
+    ~PullProgress()
     {
-        if (!m_thread.joinable())
-            return;
-        {
-            std::lock_guard lock(m_mutex);
-            m_done = true;
-        }
-        m_wake.notify_all();
-        m_thread.join();
-        if (m_shown) {
-            m_context.err << "\r\033[K";
-            m_context.err.flush();
+        if (m_thread.joinable()) {
+            {
+                std::lock_guard lock(m_mutex);
+                m_done = true;
+            }
+            m_wake.notify_all();
+            m_thread.join();
         }
     }
 
 private:
-    void show()
+    void watch()
     {
         std::unique_lock lock(m_mutex);
         while (!m_wake.wait_for(lock, std::chrono::milliseconds(500), [this] { return m_done; })) {
             const qint64 size = QFileInfo(m_file).size();
-            m_context.err << "\rPulled " << QLocale().formattedDataSize(size, 1, QLocale::DataSizeSIFormat) << "…";
-            m_context.err.flush();
-            m_shown = true;
+            m_status.setStatus("Pulled " + QLocale().formattedDataSize(size, 1, QLocale::DataSizeSIFormat) +
+                               QString::fromUtf8("…"));
         }
     }
 
-    CommandContext& m_context;
+    TerminalStatus m_status; // cleared when the progress ends, before the result is printed
     const QString m_file;
     std::mutex m_mutex;
     std::condition_variable m_wake;
     bool m_done = false;
-    bool m_shown = false;
     std::thread m_thread;
 };
 
@@ -84,7 +81,7 @@ int PullCommand::run(const QCommandLineParser& parser, CommandContext& context)
         AFCDevice device(chosenUdid(parser));
         DownloadResult result;
         {
-            const ProgressLine progress(context, localFile);
+            const PullProgress progress(context, localFile);
             result = device.download(devicePath, localFile);
         }
         context.out << result.sha256 << "  " << arguments[1] << "\n" << result.size << " bytes";

@@ -9,7 +9,7 @@ PACKAGES=(
   libimobiledevice-dev libusbmuxd-dev libplist-dev
   libsqlite3-dev sqlite3 libssl-dev
   libgtest-dev libgmock-dev libbenchmark-dev
-  usbmuxd tree
+  usbmuxd libimobiledevice-utils ifuse tree
 )
 
 missing=()

@@ -17,7 +17,8 @@
 
 namespace {
 
-Q_LOGGING_CATEGORY(lcDevice, "ombrelo.device")
+// Debug lines are off unless QT_LOGGING_RULES="ombrelo.device.debug=true" asks for them.
+Q_LOGGING_CATEGORY(lcDevice, "ombrelo.device", QtInfoMsg)
 
 constexpr char kLabel[] = "ombrelo";
 constexpr char kAfcService[] = "com.apple.afc";

@@ -66,6 +66,7 @@ TEST(DeviceCommands, DevicesListsOneLinePerDeviceOrJson)
 
         const CliRun listed = runCli({"devices"});
         EXPECT_EQ(listed.code, 0);
+        EXPECT_EQ(listed.err, "");
         EXPECT_EQ(listed.out, simulatedUdid(1) + ": The device is locked. Unlock it and try again.\n"
                                                 "Kitchen iPad (iPad13,1, iOS 17.5)\n");
 

@@ -27,7 +27,8 @@ struct SimulatedPhone {
 QString simulatedUdid(int n);
 
 // Writes <folder>/device.json and the files of <folder>/media, given by device path
-// ("/DCIM/100APPLE/IMG_0001.HEIC"). Returns `folder`.
+// ("/DCIM/100APPLE/IMG_0001.HEIC"). Returns `folder`. A whole media tree written by
+// ombrelo-mkdevice into <folder>/media serves just as well.
 QString writeDeviceFolder(const QString& folder, const SimulatedPhone& phone,
                           const QMap<QString, QByteArray>& media = {});
 // Rewrites device.json alone; the simulator picks it up at the next device listing.

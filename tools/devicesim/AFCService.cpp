@@ -174,8 +174,11 @@ AFCService::Reply AFCService::readDirectory(uint64_t number, const QString& path
     const MediaTree::Entry entry = m_device.media().resolve(path);
     if (entry.afcError != 0)
         return {sendStatus(number, uint64_t(entry.afcError)), what + ": error " + QString::number(entry.afcError)};
-    if (const int fault = faultFor(path).list)
-        return {sendStatus(number, uint64_t(fault)), what + ": error " + QString::number(fault) + " (failPaths)"};
+    const PathFault fault = faultFor(path);
+    if (fault.list != 0)
+        return {sendStatus(number, uint64_t(fault.list)), what + ": error " + QString::number(fault.list) + " (failPaths)"};
+    if (fault.emptyListing)
+        return {sendData(number, {}), what + ": an empty reply (failPaths)"};
     if (!S_ISDIR(entry.status.st_mode))
         return {sendStatus(number, Error::readError), what + ": not a folder"};
 

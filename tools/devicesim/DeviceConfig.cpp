@@ -63,12 +63,13 @@ PathFault pathFault(const QJsonValue& value, const QString& name)
     if (!value.isObject())
         throw ConfigError("\"" + name + "\" must be an object such as {\"open\": 10}.");
     const QJsonObject object = value.toObject();
-    rejectUnknownKeys(object, {"open", "read", "list", "readAfterBytes"}, name + ".");
+    rejectUnknownKeys(object, {"open", "read", "list", "readAfterBytes", "emptyListing"}, name + ".");
     PathFault fault;
     fault.open = afcError(object, "open", name + ".open");
     fault.read = afcError(object, "read", name + ".read");
     fault.list = afcError(object, "list", name + ".list");
     fault.readAfterBytes = count(object, "readAfterBytes", name + ".readAfterBytes", 0).value_or(0);
+    fault.emptyListing = flag(object, "emptyListing", name + ".emptyListing");
     return fault;
 }
 

@@ -19,6 +19,8 @@ struct PathFault {
     int open = 0;
     int read = 0;
     int list = 0;
+    // Listing the folder answers an empty reply, without even "." and "..", as a confused device might.
+    bool emptyListing = false;
     // Reads succeed up to this many bytes of the file before the read error is answered.
     uint64_t readAfterBytes = 0;
 };

@@ -57,7 +57,8 @@ device.json (only "udid" is required; an unknown key is an error that names it):
                               "/DCIM/100APPLE/IMG_0002.MOV": {"read": 4, "readAfterBytes": 65536},
                               "/DCIM/101APPLE": {"list": 10}}
                              "open" fails opening the file, "read" fails reading it (after
-                             "readAfterBytes" bytes, default 0), "list" fails listing a folder
+                             "readAfterBytes" bytes, default 0), "list" fails listing a folder;
+                             "emptyListing": true answers a listing with nothing at all
     "dropAfterBytes"         an AFC connection is cut once it has served this many file bytes,
                              mid-reply, as when the cable is pulled
     "bytesPerSecond"         the link's speed, shared by all connections of the device

@@ -212,13 +212,15 @@ TEST(AFCDevice, AfcErrorsHaveTheirTexts)
     faulty.faults = {{"failPaths",
                       QJsonObject{{"/DCIM/100APPLE/IMG_0002.HEIC", QJsonObject{{"open", 10}}},
                                   {"/DCIM/100APPLE/IMG_0003.MOV", QJsonObject{{"read", 4}, {"readAfterBytes", 2 << 20}}},
-                                  {"/DCIM/101APPLE", QJsonObject{{"list", 10}}}}}};
+                                  {"/DCIM/101APPLE", QJsonObject{{"list", 10}}},
+                                  {"/Confused", QJsonObject{{"emptyListing", true}}}}}};
     const QString folder = writeDeviceFolder(dir.filePath("phone"), faulty,
                                              {{"/DCIM/100APPLE/IMG_0002.HEIC", "heic"},
                                               {"/DCIM/100APPLE/IMG_0003.MOV", randomBytes(3 << 20)},
                                               {"/DCIM/100APPLE/IMG_0004.JPG", "jpeg"},
                                               {"/DCIM/101APPLE/IMG_0101.JPG", "jpeg"}});
     QDir().mkpath(folder + "/media/Empty");
+    QDir().mkpath(folder + "/media/Confused");
     writeFile(dir.filePath("secret.txt"), "outside the media tree");
     ASSERT_TRUE(QFile::link(dir.filePath("secret.txt"), folder + "/media/DCIM/100APPLE/LINK.JPG"));
     DeviceSimulator simulator({folder});
@@ -240,6 +242,9 @@ TEST(AFCDevice, AfcErrorsHaveTheirTexts)
     EXPECT_EQ(mediaError([&] { device.listDirectory("/DCIM/101APPLE"); }).description(),
               "Could not read /DCIM/101APPLE from device: afc error 10");
     EXPECT_EQ(mediaError([&] { device.listDirectory("/DCIM/100APPLE/IMG_0004.JPG"); }).message(), "afc error 4");
+    // A listing that succeeds without any list is a failure, not an empty folder.
+    EXPECT_EQ(mediaError([&] { device.listDirectory("/Confused"); }).description(),
+              "Could not read /Confused from device: afc error 0");
     const QString unwritable = dir.filePath("no/such/folder/file.jpg");
     EXPECT_EQ(mediaError([&] { device.download("/DCIM/100APPLE/IMG_0004.JPG", unwritable); }).description(),
               "Could not read /DCIM/100APPLE/IMG_0004.JPG from device: cannot create " + unwritable);
@@ -253,7 +258,7 @@ TEST(AFCDevice, AfcErrorsHaveTheirTexts)
     // Every failure released the device: listings and reads still work, in the device's order.
     EXPECT_EQ(device.listDirectory("/DCIM/100APPLE"),
               (QStringList{"IMG_0002.HEIC", "IMG_0003.MOV", "IMG_0004.JPG"}));
-    EXPECT_EQ(device.listDirectory("/"), (QStringList{"DCIM", "Empty"}));
+    EXPECT_EQ(device.listDirectory("/"), (QStringList{"Confused", "DCIM", "Empty"}));
     EXPECT_TRUE(device.listDirectory("/Empty").isEmpty());
     EXPECT_EQ(device.readFile("/DCIM/100APPLE/IMG_0004.JPG"), "jpeg");
 }

@@ -193,9 +193,10 @@ TEST(Devicesim, ThrottleHoldsTheRateAcrossConnections)
     timer.start();
     EXPECT_EQ(one.readFile("/a.mov"), video);
     const double single = double(timer.nsecsElapsed()) / 1e9;
-    // 5 MB at 20 MB/s: a quarter of a second, never less; a loaded machine may add a little.
+    // 5 MB at 20 MB/s: a quarter of a second, never less. A loaded machine can starve the
+    // simulator's threads, so only a gross slow-down counts as a failure.
     EXPECT_GE(single, 0.25 * 0.97);
-    EXPECT_LE(single, 0.25 * 1.4);
+    EXPECT_LE(single, 0.25 * 2);
 
     // Two connections to one phone share its link: together they take as long as both files in a row.
     timer.restart();
@@ -204,7 +205,7 @@ TEST(Devicesim, ThrottleHoldsTheRateAcrossConnections)
     other.join();
     const double both = double(timer.nsecsElapsed()) / 1e9;
     EXPECT_GE(both, 0.5 * 0.97);
-    EXPECT_LE(both, 0.5 * 1.4);
+    EXPECT_LE(both, 0.5 * 2);
 }
 
 TEST(Devicesim, StopsCleanlyOnSignalsWithConnectionsOpen)
