@@ -7,10 +7,10 @@
 #include <optional>
 #include <ostream>
 
-// Readable GoogleTest failure messages for Qt values.
+// Readable GoogleTest failure messages for Qt values (gtest looks these up by argument type).
 inline void PrintTo(const QString& text, std::ostream* os) { *os << '"' << text.toStdString() << '"'; }
-
 inline void PrintTo(const QByteArray& bytes, std::ostream* os) { *os << '"' << bytes.toStdString() << '"'; }
+
 
 inline void PrintTo(const QStringList& list, std::ostream* os)
 {

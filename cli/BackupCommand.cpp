@@ -1,0 +1,254 @@
+#include "BackupCommand.h"
+
+#include "DeviceLibrary.h"
+#include "ErrorText.h"
+#include "FolderSelection.h"
+#include "InterruptHandler.h"
+#include "RunReport.h"
+#include "TerminalStatus.h"
+#include "backup/BackupEngine.h"
+#include "backup/BackupFolderLock.h"
+#include "backup/Manifest.h"
+#include "backup/ProgressTracker.h"
+#include "plan/BackupPlan.h"
+
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonObject>
+#include <QTemporaryDir>
+
+namespace {
+
+struct Options {
+    QString dest;
+    std::optional<QString> udid;
+    bool all = false;
+    QStringList folders;
+    bool includeHidden = false;
+    bool dryRunOnly = false;
+    bool yes = false;
+    bool quiet = false;
+    bool wait = false;
+    QString reportPath;
+
+    QJsonObject toJson() const
+    {
+        return {{"dest", dest},
+                {"udid", udid ? QJsonValue(*udid) : QJsonValue()},
+                {"all", all},
+                {"folders", QJsonArray::fromStringList(folders)},
+                {"includeHidden", includeHidden},
+                {"dryRun", dryRunOnly},
+                {"wait", wait}};
+    }
+};
+
+bool isProblemLine(const QString& line) { return line.startsWith("ERROR ") || line.startsWith("WARNING "); }
+
+
+class BackupRun {
+public:
+    BackupRun(const Options& options, CommandContext& context)
+        : m_options(options), m_context(context), m_report(options.toJson()),
+          m_status(context.out, context.outIsTerminal && !options.quiet)
+    {
+    }
+
+    int execute();
+
+private:
+    int finish(int code);
+    int fail(const QString& message);
+    void say(const QString& line);
+    bool confirm();
+    BackupSummary runEngine(MediaSource& source, const BackupPlan& plan, Manifest& manifest,
+                            const BackupOptions& options);
+
+    const Options& m_options;
+    CommandContext& m_context;
+    RunReport m_report;
+    TerminalStatus m_status;
+};
+
+void BackupRun::say(const QString& line)
+{
+    m_report.addLine(line);
+    if (!m_options.quiet || isProblemLine(line))
+        m_status.printLine(line);
+}
+
+int BackupRun::finish(int code)
+{
+    m_status.clear();
+    if (!m_options.reportPath.isEmpty())
+        if (auto problem = m_report.write(m_options.reportPath, code))
+            m_context.err << *problem << "\n";
+    m_context.out.flush();
+    m_context.err.flush();
+    return code;
+}
+
+int BackupRun::fail(const QString& message)
+{
+    m_status.clear();
+    m_context.err << message << "\n";
+    m_report.setFailure(message);
+    return finish(ExitCode::failed);
+}
+
+bool BackupRun::confirm()
+{
+    if (m_options.yes || !m_context.inIsTerminal || !m_context.in)
+        return true;
+    m_context.out << "Start backup? [y/N] ";
+    m_context.out.flush();
+    const QString answer = m_context.in->readLine().trimmed().toLower();
+    return answer == "y" || answer == "yes";
+}
+
+BackupSummary BackupRun::runEngine(MediaSource& source, const BackupPlan& plan, Manifest& manifest,
+                                   const BackupOptions& options)
+{
+    BackupEngine engine(source, plan, m_options.dest, manifest);
+    ProgressTracker tracker;
+    return engine.run(
+        options, [] { return InterruptHandler::requested(); },
+        [&](const BackupEvent& event) {
+            if (event.kind == BackupEvent::Kind::log) {
+                if (!options.dryRun)
+                    say(event.line);
+                return;
+            }
+            if (options.dryRun)
+                return;
+            tracker.update(event.progress);
+            m_status.setStatus(tracker.statusLine(), event.progress.currentName.isEmpty());
+        });
+}
+
+int BackupRun::execute()
+{
+    InterruptHandler interrupts;
+    try {
+        if (m_options.wait && !DeviceLibrary::waitForDevice(m_options.udid, m_context.out,
+                                                              [] { return InterruptHandler::requested(); })) {
+            say("Cancelled while waiting for a device.");
+            return finish(InterruptHandler::exitCode);
+        }
+        DeviceLibrary phone = DeviceLibrary::open(m_options.udid, m_context.out);
+        const DeviceInfo& info = phone.device->info();
+        m_report.setDevice({{"udid", info.udid},
+                            {"name", info.name},
+                            {"productType", info.productType},
+                            {"productVersion", info.productVersion}});
+
+        const bool hadManifest = Manifest::exists(m_options.dest);
+        // A dry run into a folder without a backup must not leave a manifest behind.
+        QTemporaryDir scratch;
+        std::unique_ptr<Manifest> manifest =
+            std::make_unique<Manifest>(hadManifest ? m_options.dest : scratch.path());
+        const BackupPlan plan(phone.library, hadManifest ? manifest->albumPaths() : QHash<QString, QString>{});
+
+        BackupOptions options;
+        const FolderSelection selection =
+            FolderSelection::resolve(plan, m_options.all, m_options.folders, m_options.includeHidden);
+        if (!selection.error.isEmpty()) {
+            m_context.err << selection.error << "\n";
+            m_report.setFailure(selection.error);
+            return finish(ExitCode::usage);
+        }
+        options.nodeIDs = selection.nodeIDs;
+
+        options.dryRun = true;
+        const BackupSummary preview = runEngine(*phone.device, plan, *manifest, options);
+        say("Dry run:");
+        for (const QString& line : preview.lines())
+            say("  " + line);
+        if (m_options.dryRunOnly || InterruptHandler::requested()) {
+            m_report.setSummary(preview);
+            return finish(InterruptHandler::requested() ? InterruptHandler::exitCode : ExitCode::ok);
+        }
+        if (!confirm()) {
+            say("Nothing was copied.");
+            return finish(ExitCode::ok);
+        }
+
+        BackupFolderLock lock(m_options.dest);
+        if (!hadManifest)
+            manifest = std::make_unique<Manifest>(m_options.dest);
+        options.dryRun = false;
+        const BackupSummary summary = runEngine(*phone.device, plan, *manifest, options);
+        m_status.clear();
+        m_report.setSummary(summary);
+        for (const QString& line : summary.lines())
+            m_context.out << line << "\n";
+        if (summary.cancelled)
+            return finish(InterruptHandler::exitCode);
+        return finish(summary.errors.isEmpty() ? ExitCode::ok : ExitCode::runHadErrors);
+    } catch (const std::exception& error) {
+        return fail(describeError(error));
+    }
+}
+
+} // namespace
+
+QString BackupCommand::summary() const
+{
+    return QStringLiteral("Back up the connected iPhone or iPad into a folder.");
+}
+
+void BackupCommand::configure(QCommandLineParser& parser) const
+{
+    parser.setApplicationDescription(
+        summary() +
+        "\nFirst makes a dry run and prints what it will do; on a terminal it then asks before copying.\n"
+        "Nothing on the device is changed and nothing in the folder is overwritten or deleted. An\n"
+        "interrupted backup carries on where it stopped the next time. Ctrl-C stops after the current\n"
+        "item (exit code 130); a second Ctrl-C stops at once.\n"
+        "Exit codes: 0 done, 1 done with errors, 2 bad arguments, 3 could not run, 130 cancelled.");
+    parser.addPositionalArgument("DEST", "The backup folder (it must exist).");
+    parser.addOption({"udid", "Back up the device with this UDID (default: the first one).", "U"});
+    parser.addOption({"all", "Back up every folder (Hidden only with --include-hidden)."});
+    parser.addOption({"folder", "Back up the folder whose id or path is X (repeatable; see \"ombrelo-cli tree\").", "X"});
+    parser.addOption({"include-hidden", "With --all, back up the Hidden folder too."});
+    parser.addOption({"dry-run", "Only show what would be copied."});
+    parser.addOption({"yes", "Do not ask before copying."});
+    parser.addOption({"quiet", "Print only errors, warnings and the summary."});
+    parser.addOption({"report", "Write a JSON report of the run to FILE.", "FILE"});
+    parser.addOption({"wait", "Wait until a device is connected and unlocked, then back it up."});
+}
+
+int BackupCommand::run(const QCommandLineParser& parser, CommandContext& context)
+{
+    const QStringList positional = parser.positionalArguments();
+    if (positional.size() != 1)
+        return usageError(context, "backup takes exactly one backup folder.");
+    Options options;
+    options.all = parser.isSet("all");
+    options.folders = parser.values("folder");
+    if (!options.all && options.folders.isEmpty())
+        return usageError(context, "Choose what to back up: --all, or --folder X for each folder.");
+    if (options.all && !options.folders.isEmpty())
+        return usageError(context, "Use either --all or --folder, not both.");
+
+    const QFileInfo dest(positional.first());
+    if (!dest.isDir()) {
+        context.err << QString::fromUtf8("The backup folder \u201c%1\u201d doesn't exist. Is the drive connected?\n")
+                           .arg(positional.first());
+        return ExitCode::failed;
+    }
+    options.dest = dest.absoluteFilePath();
+    if (parser.isSet("udid"))
+        options.udid = parser.value("udid");
+    options.includeHidden = parser.isSet("include-hidden");
+    options.dryRunOnly = parser.isSet("dry-run");
+    options.yes = parser.isSet("yes");
+    options.quiet = parser.isSet("quiet");
+    options.wait = parser.isSet("wait");
+    options.reportPath = parser.value("report");
+    if (!options.reportPath.isEmpty())
+        options.reportPath = QFileInfo(options.reportPath).absoluteFilePath();
+
+    BackupRun run(options, context);
+    return run.execute();
+}

@@ -1,0 +1,33 @@
+#pragma once
+
+#include "backup/BackupRecords.h"
+
+#include <QDateTime>
+#include <QJsonObject>
+#include <QString>
+#include <QStringList>
+
+// The JSON record of one backup run written by --report: its options, every log line, the
+// summary's fields and lines, and when it started and ended. Written also when a run is cancelled
+// or fails, so a scheduled job always leaves an account of itself.
+class RunReport {
+public:
+    explicit RunReport(const QJsonObject& options);
+
+    void setDevice(const QJsonObject& device) { m_device = device; }
+    void addLine(const QString& line) { m_log << line; }
+    void setSummary(const BackupSummary& summary) { m_summary = summary; m_hasSummary = true; }
+    void setFailure(const QString& failure) { m_failure = failure; }
+
+    // Writes the report; returns an error text when the file cannot be written.
+    std::optional<QString> write(const QString& path, int exitCode) const;
+
+private:
+    QJsonObject m_options;
+    QJsonObject m_device;
+    QStringList m_log;
+    BackupSummary m_summary;
+    bool m_hasSummary = false;
+    QString m_failure;
+    QDateTime m_startedAt;
+};

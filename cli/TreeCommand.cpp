@@ -1,0 +1,146 @@
+#include "TreeCommand.h"
+
+#include "DeviceLibrary.h"
+#include "ErrorText.h"
+#include "backup/Manifest.h"
+#include "demo/DemoLibrary.h"
+#include "plan/BackupPlan.h"
+
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+
+#include <functional>
+
+namespace {
+
+// How many of a node's assets each destination folder already holds, by leaf path.
+using BackedUp = QHash<QString, QSet<QString>>;
+
+int backedUpCount(const BackupNode& node, const BackedUp& backedUp)
+{
+    int count = 0;
+    for (const BackupNode& leaf : node.leaves()) {
+        const QSet<QString> done = backedUp.value(leaf.relativePath);
+        for (const QString& uuid : leaf.assetUUIDs)
+            count += done.contains(uuid) ? 1 : 0;
+    }
+    return count;
+}
+
+QJsonObject nodeJson(const BackupNode& node, const std::optional<BackedUp>& backedUp)
+{
+    QJsonObject object{{"id", node.id},
+                       {"title", node.title},
+                       {"kind", rawValue(node.kind)},
+                       {"relativePath", node.relativePath},
+                       {"assetUUIDs", QJsonArray::fromStringList(node.assetUUIDs)}};
+    if (node.children) {
+        QJsonArray children;
+        for (const BackupNode& child : *node.children)
+            children.append(nodeJson(child, backedUp));
+        object.insert("children", children);
+    }
+    if (backedUp)
+        object.insert("backedUp", backedUpCount(node, *backedUp));
+    return object;
+}
+
+void printNode(QTextStream& out, const BackupNode& node, int depth, const std::optional<BackedUp>& backedUp)
+{
+    out << QString(depth * 2, ' ') << node.title << (node.children ? "/" : "") << "  [" << node.id << "]  → "
+        << node.relativePath << "  (" << node.totalCount() << " items";
+    if (backedUp)
+        out << ", " << backedUpCount(node, *backedUp) << " backed up";
+    out << ")\n";
+    if (node.children)
+        for (const BackupNode& child : *node.children)
+            printNode(out, child, depth + 1, backedUp);
+}
+
+
+} // namespace
+
+QString TreeCommand::summary() const
+{
+    return QStringLiteral("Show the folders a backup makes, with their ids and item counts.");
+}
+
+void TreeCommand::configure(QCommandLineParser& parser) const
+{
+    parser.setApplicationDescription(summary() +
+                                     "\nReads the connected device (or a Photos database file, or the demo "
+                                     "library) and prints\nthe backup tree, then the items left out and why.");
+    parser.addOption({"udid", "Read the device with this UDID (default: the first one).", "U"});
+    parser.addOption({"db", "Read this Photos database file instead of a device.", "FILE"});
+    parser.addOption({"demo", "Show the built-in demo library."});
+    parser.addOption({"dest", "Also count what is already backed up in this backup folder.", "DIR"});
+    parser.addOption({"json", "Print the tree as JSON."});
+}
+
+int TreeCommand::run(const QCommandLineParser& parser, CommandContext& context)
+{
+    const int sources = int(parser.isSet("udid")) + int(parser.isSet("db")) + int(parser.isSet("demo"));
+    if (sources > 1)
+        return usageError(context, "Use only one of --udid, --db and --demo.");
+    if (!parser.positionalArguments().isEmpty())
+        return usageError(context, "tree takes no arguments besides its options.");
+    const bool json = parser.isSet("json");
+
+    try {
+        PhotoLibrary library;
+        QTextStream quiet(stderr);
+        if (parser.isSet("demo")) {
+            library = DemoLibrary::make();
+        } else if (parser.isSet("db")) {
+            library = PhotoLibrary::load(QFileInfo(parser.value("db")).absoluteFilePath());
+        } else {
+            std::optional<QString> udid;
+            if (parser.isSet("udid"))
+                udid = parser.value("udid");
+            library = DeviceLibrary::open(udid, json ? quiet : context.out).library;
+        }
+
+        std::optional<BackedUp> backedUp;
+        QHash<QString, QString> existingPaths;
+        std::unique_ptr<Manifest> manifest;
+        if (parser.isSet("dest")) {
+            const QString dest = parser.value("dest");
+            if (!QFileInfo(dest).isDir()) {
+                context.err << QString::fromUtf8("The backup folder \u201c%1\u201d doesn't exist. Is the drive connected?\n")
+                                   .arg(dest);
+                return ExitCode::failed;
+            }
+            backedUp = BackedUp();
+            if (Manifest::exists(dest)) {
+                manifest = std::make_unique<Manifest>(dest);
+                existingPaths = manifest->albumPaths();
+            }
+        }
+        const BackupPlan plan(library, existingPaths);
+        if (manifest)
+            for (const BackupNode& leaf : plan.allLeaves())
+                backedUp->insert(leaf.relativePath, manifest->backedUpAssets(leaf.relativePath));
+
+        if (json) {
+            QJsonArray nodes;
+            for (const BackupNode& node : plan.topLevelNodes())
+                nodes.append(nodeJson(node, backedUp));
+            QJsonObject skipped;
+            for (SkipReason reason : allSkipReasons())
+                skipped.insert(rawValue(reason), plan.skipped.value(reason));
+            context.out << QJsonDocument(QJsonObject{{"topLevelNodes", nodes}, {"skipped", skipped}}).toJson();
+            return ExitCode::ok;
+        }
+        for (const BackupNode& node : plan.topLevelNodes())
+            printNode(context.out, node, 0, backedUp);
+        context.out << "Left out:\n";
+        for (SkipReason reason : allSkipReasons())
+            context.out << "  " << rawValue(reason) << ": " << plan.skipped.value(reason) << "\n";
+        return ExitCode::ok;
+    } catch (const std::exception& error) {
+        context.err << describeError(error) << "\n";
+        return ExitCode::failed;
+    }
+}

@@ -1,0 +1,524 @@
+#include "BackupEngine.h"
+
+#include "BackupError.h"
+#include "device/DeviceError.h"
+#include "device/MediaSource.h"
+#include "device/MediaSourceError.h"
+#include "device/StreamingHasher.h"
+#include "library/SQLiteError.h"
+#include "plan/BackupPlan.h"
+#include "plan/FileNaming.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QUuid>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <sys/stat.h>
+
+namespace {
+
+// The user-facing text of any failure that can end one asset.
+QString describe(const std::exception& error)
+{
+    if (const auto* e = dynamic_cast<const BackupError*>(&error))
+        return e->description();
+    if (const auto* e = dynamic_cast<const MediaSourceError*>(&error))
+        return e->description();
+    if (const auto* e = dynamic_cast<const SQLiteError*>(&error))
+        return e->description();
+    if (const auto* e = dynamic_cast<const DeviceError*>(&error))
+        return e->description();
+    return QString::fromUtf8(error.what());
+}
+
+QString freshName() { return QUuid::createUuid().toString(QUuid::WithoutBraces); }
+
+// Removes a file of the engine's own (a download or a copy waiting for its name) when the scope
+// ends, however it ends. A file that is already gone is not an error.
+class OwnFile {
+public:
+    OwnFile() = default;
+    explicit OwnFile(const QString& path) : m_path(path) {}
+    OwnFile(const OwnFile&) = delete;
+    OwnFile& operator=(const OwnFile&) = delete;
+    ~OwnFile() { reset(); }
+
+    void reset(const QString& path = {})
+    {
+        if (!m_path.isEmpty())
+            QFile::remove(m_path);
+        m_path = path;
+    }
+    const QString& path() const { return m_path; }
+    bool isEmpty() const { return m_path.isEmpty(); }
+
+private:
+    QString m_path;
+};
+
+void removeTemporaryFolder(const QString& path)
+{
+    const QFileInfo info(path);
+    // A link is removed itself; what it points at is never touched.
+    if (info.isSymLink() || (info.exists() && !info.isDir()))
+        QFile::remove(path);
+    else if (info.exists())
+        QDir(path).removeRecursively();
+}
+
+// Numbering stops somewhere, so that a file system that answers strangely cannot keep a run busy.
+constexpr int kMaxNameAttempts = 10000;
+
+const QString kFileRowInsert = QStringLiteral("INSERT OR IGNORE INTO files VALUES(?,?,?,?,?,?,?,?,?,?)");
+const QString kFileRowSelect =
+    QStringLiteral("SELECT 1 FROM files WHERE asset_uuid=? AND dest=? AND component=?");
+
+} // namespace
+
+BackupEngine::BackupEngine(MediaSource& source, const BackupPlan& plan, const QString& root,
+                           Manifest& manifest)
+    : m_source(source), m_plan(plan), m_root(root), m_manifest(manifest)
+{
+}
+
+BackupSummary BackupEngine::run(const BackupOptions& options, const std::function<bool()>& isCancelled,
+                                const EventHandler& onEvent)
+{
+    BackupSummary summary;
+    summary.isDryRun = options.dryRun;
+    const auto send = [&](const BackupEvent& event) {
+        if (onEvent)
+            onEvent(event);
+    };
+
+    // The work list: each asset once, with every leaf it goes to, in order of first appearance.
+    QStringList ids(options.nodeIDs.cbegin(), options.nodeIDs.cend());
+    ids.sort();
+    QStringList order;
+    QHash<QString, QList<BackupNode>> leavesByAsset;
+    QSet<QString> leavesSeen;
+    for (const QString& id : ids) {
+        const auto node = m_plan.node(id);
+        if (!node)
+            continue;
+        for (const BackupNode& leaf : node->leaves()) {
+            if (leavesSeen.contains(leaf.id))
+                continue;
+            leavesSeen.insert(leaf.id);
+            const auto allowed = options.onlyAssets.constFind(leaf.id);
+            for (const QString& uuid : leaf.assetUUIDs) {
+                if (allowed != options.onlyAssets.cend() && !allowed->contains(uuid))
+                    continue;
+                auto entry = leavesByAsset.find(uuid);
+                if (entry == leavesByAsset.end()) {
+                    order.append(uuid);
+                    entry = leavesByAsset.insert(uuid, {});
+                }
+                entry->append(leaf);
+            }
+        }
+    }
+
+    const QString tmp = m_root.root() + '/' + tempFolderName;
+    if (!options.dryRun) {
+        removeTemporaryFolder(tmp);
+        // Made inside the existing root only: a missing root (a drive not connected) is never created.
+        if (::mkdir(QFile::encodeName(tmp).constData(), 0777) != 0) {
+            const int error = errno;
+            const QFileInfo info(tmp);
+            if (error != EEXIST || info.isSymLink() || !info.isDir())
+                throw BackupError::temporaryFolder(tmp, QString::fromLocal8Bit(std::strerror(error)));
+        }
+    }
+
+    const int64_t total = order.size();
+    for (int64_t i = 0; i < total; ++i) {
+        if (isCancelled && isCancelled()) {
+            summary.cancelled = true;
+            break;
+        }
+        const auto found = m_plan.assetsByUUID.constFind(order[i]);
+        if (found == m_plan.assetsByUUID.cend())
+            continue;
+        const LibraryAsset& asset = *found;
+        send(BackupEvent::makeProgress({i, total, asset.displayName(), summary.bytesCopied}));
+        try {
+            backUp(asset, leavesByAsset.value(asset.uuid), tmp, options.dryRun, summary, send);
+        } catch (const std::exception& error) {
+            const QString text = asset.displayName() + ": " + describe(error);
+            summary.errors.append(text);
+            send(BackupEvent::makeLog("ERROR " + text));
+        }
+    }
+    // A cancelled run reports nothing done, whatever it finished.
+    send(BackupEvent::makeProgress({summary.cancelled ? 0 : total, total, QString(), summary.bytesCopied}));
+
+    if (!options.dryRun)
+        removeTemporaryFolder(tmp);
+    return summary;
+}
+
+bool BackupEngine::backUp(const LibraryAsset& asset, const QList<BackupNode>& leaves, const QString& tmp,
+                          bool dryRun, BackupSummary& summary, const EventHandler& onEvent)
+{
+    const QString name = asset.displayName();
+    const auto log = [&](const QString& line) { onEvent(BackupEvent::makeLog(line)); };
+    const auto fail = [&](const QString& text) {
+        summary.errors.append(name + ": " + text);
+        log("ERROR " + name + ": " + text);
+    };
+
+    // A folder path that would lead outside the backup folder (it may come from a manifest) is
+    // refused here, before anything is read or written for it.
+    QList<BackupNode> targets;
+    QSet<QString> dests;
+    for (const BackupNode& leaf : leaves) {
+        if (!DestinationFolder::isSafeRelativePath(leaf.relativePath)) {
+            fail(BackupError::unsafeFolder(leaf.relativePath).description());
+            continue;
+        }
+        if (!dests.contains(leaf.relativePath)) {
+            dests.insert(leaf.relativePath);
+            targets.append(leaf);
+        }
+    }
+    if (targets.isEmpty())
+        return false;
+
+    const auto found = components(asset);
+    if (!found) {
+        summary.assetsNotOnDevice.append(name);
+        log("Not on device, skipped: " + name + " (" + asset.directory + "/" + asset.filename + ")");
+        return false;
+    }
+    for (const QString& extra : found->unhandled)
+        fail("unexpected extra file not backed up: " + extra);
+
+    bool anyPending = false;
+    for (const SourceComponent& part : found->parts) {
+        QList<BackupNode> pending;
+        for (const BackupNode& leaf : targets) {
+            if (isRecorded(asset.uuid, leaf.relativePath, part.component)) {
+                summary.filesAlreadyBackedUp += 1;
+                log("Already backed up: " + leaf.relativePath + " " + rawValue(part.component) + " of " +
+                    name + " (" + part.sourcePath + ")");
+            } else {
+                pending.append(leaf);
+            }
+        }
+        if (pending.isEmpty())
+            continue;
+        anyPending = true;
+        if (dryRun) {
+            summary.filesToCopy += 1;
+            continue;
+        }
+        backUpComponent(asset, part, pending, tmp, summary, onEvent);
+    }
+    return anyPending;
+}
+
+void BackupEngine::backUpComponent(const LibraryAsset& asset, const SourceComponent& part,
+                                   const QList<BackupNode>& pending, const QString& tmp,
+                                   BackupSummary& summary, const EventHandler& onEvent)
+{
+    const QString name = asset.displayName();
+    const auto log = [&](const QString& line) { onEvent(BackupEvent::makeLog(line)); };
+
+    OwnFile download(tmp + '/' + freshName());
+    DownloadResult content;
+    try {
+        content = m_source.download(part.sourcePath, download.path());
+    } catch (const MediaSourceError& error) {
+        if (error.kind() != MediaSourceError::Kind::notFound || part.component == Component::original)
+            throw;
+        log("Missing on device, skipped: " + part.sourcePath);
+        return;
+    }
+
+    const auto date = asset.captureDate();
+    for (qsizetype k = 0; k < pending.size(); ++k) {
+        const BackupNode& leaf = pending[k];
+        const QString& dest = leaf.relativePath;
+
+        if (const auto existing = m_manifest.path(content.sha256, dest)) {
+            insertRow(asset, dest, part, *existing, content, Manifest::Status::duplicate);
+            summary.duplicatesDiscarded += 1;
+            log("Already in " + dest + " as " + *existing + ": " + name);
+            continue;
+        }
+
+        if (leaf.kind == BackupNode::Kind::album)
+            m_manifest.recordAlbum(leaf.id, dest, leaf.title);
+        const QString stemText = stem(asset, dest);
+        const QString folder = m_root.makeFolder(dest);
+        const QString firstName = part.fileName(stemText);
+        const FileNaming::Parts numbered = FileNaming::split(firstName);
+        // The download itself goes to the last folder; every earlier folder gets a copy of it.
+        const bool lastFolder = k == pending.size() - 1;
+
+        QString fileName = firstName;
+        int n = 2;
+        OwnFile copy;   // a complete copy of the download waiting for its name
+        OwnFile beside; // the same, staged in the target folder when that is on another drive
+        QString ready;  // the complete file to be named: the download, `copy` or `beside`
+        std::optional<QString> dateProblem;
+        std::optional<Manifest::Status> status;
+        for (int attempts = 1; !status; ++attempts) {
+            if (attempts > kMaxNameAttempts)
+                throw BackupError::write(folder + '/' + firstName,
+                                         "too many files of that name are in the way");
+            if (!DestinationFolder::isSafeFileName(fileName))
+                throw BackupError::unsafeName(fileName);
+            const QString target = folder + '/' + fileName;
+            const auto entry = DestinationFolder::entryAt(target);
+            if (entry == DestinationFolder::Entry::file && sha256OfFile(target) == content) {
+                status = Manifest::Status::adopted;
+                break;
+            }
+            if (entry == DestinationFolder::Entry::none) {
+                if (ready.isEmpty()) {
+                    if (lastFolder) {
+                        ready = download.path();
+                    } else {
+                        copy.reset(tmp + '/' + freshName());
+                        QFile from(download.path());
+                        if (!from.copy(copy.path()))
+                            throw BackupError::write(copy.path(), from.errorString());
+                        ready = copy.path();
+                    }
+                    if (date)
+                        dateProblem = applyDates(ready, *date);
+                    DestinationFolder::syncFile(ready);
+                }
+                const auto placement = DestinationFolder::placeExclusively(ready, target);
+                if (placement == DestinationFolder::Placement::placed) {
+                    status = Manifest::Status::copied;
+                    break;
+                }
+                if (placement == DestinationFolder::Placement::otherFileSystem) {
+                    // The folder is on another drive than the temporary folder: stage the copy
+                    // beside the target instead, under a hidden name of the backup's own.
+                    beside.reset(folder + "/.ombrelo-part-" + freshName());
+                    QFile from(ready);
+                    if (!from.copy(beside.path()))
+                        throw BackupError::write(beside.path(), from.errorString());
+                    ready = beside.path();
+                    if (date)
+                        dateProblem = applyDates(ready, *date);
+                    DestinationFolder::syncFile(ready);
+                    continue;
+                }
+                continue; // something appeared under the name meanwhile: look at it again
+            }
+            fileName = FileNaming::join(numbered.stem + " (" + QString::number(n) + ")", numbered.ext);
+            ++n;
+        }
+
+        const QString relativePath = dest + '/' + fileName;
+        if (*status == Manifest::Status::adopted) {
+            summary.filesAdopted += 1;
+            log("Already on disk, recorded: " + relativePath);
+        } else {
+            // The name is now the file's; the entry must reach the disk before the row does.
+            DestinationFolder::syncFolder(folder);
+            if (dateProblem) {
+                const QString warning = fileName + ": " + *dateProblem;
+                summary.dateWarnings.append(warning);
+                log("WARNING " + warning);
+            }
+            summary.filesCopied += 1;
+            summary.bytesCopied += content.size;
+            log("Copied " + relativePath);
+        }
+        // Written only now that the file is complete under its final name.
+        insertRow(asset, dest, part, relativePath, content, *status);
+    }
+}
+
+bool BackupEngine::isRecorded(const QString& asset, const QString& dest, Component component)
+{
+    bool found = false;
+    m_manifest.db().query(kFileRowSelect, {asset, dest, rawValue(component)},
+                          [&](const SQLRow&) { found = true; });
+    return found;
+}
+
+void BackupEngine::insertRow(const LibraryAsset& asset, const QString& dest, const SourceComponent& part,
+                             const QString& relativePath, const DownloadResult& content,
+                             Manifest::Status status)
+{
+    const auto date = asset.captureDate();
+    m_manifest.db().execute(kFileRowInsert,
+                            {asset.uuid, dest, rawValue(part.component), relativePath, content.sha256,
+                             SQLValue::integer(int64_t(content.size)),
+                             date ? SQLValue::text(m_manifest.formatDate(*date)) : SQLValue::null(),
+                             part.sourcePath, Manifest::rawValue(status),
+                             m_manifest.formatDate(QDateTime::currentDateTimeUtc())});
+}
+
+std::optional<QStringList> BackupEngine::listing(const QString& directory)
+{
+    const auto cached = m_listingCache.constFind(directory);
+    if (cached != m_listingCache.cend())
+        return *cached;
+    std::optional<QStringList> names;
+    try {
+        names = m_source.listDirectory(directory);
+    } catch (const MediaSourceError& error) {
+        if (error.kind() != MediaSourceError::Kind::notFound)
+            throw;
+    }
+    m_listingCache.insert(directory, names);
+    return names;
+}
+
+std::optional<BackupEngine::FolderIndex> BackupEngine::folderIndex(const QString& directory)
+{
+    auto found = m_folderIndexes.find(directory);
+    if (found == m_folderIndexes.end()) {
+        const auto names = listing(directory);
+        if (!names)
+            return std::nullopt;
+        QStringList sorted = *names;
+        sorted.sort();
+        FolderIndex index;
+        for (const QString& name : std::as_const(sorted)) {
+            index.names.insert(name);
+            index.namesByStem[FileNaming::split(name).stem.toCaseFolded()].append(name);
+        }
+        found = m_folderIndexes.insert(directory, std::move(index));
+    }
+    return *found; // shared, not copied
+}
+
+const QHash<QString, QSet<QString>>& BackupEngine::knownFilesByDirectory()
+{
+    if (!m_knownFilesByDirectory) {
+        QHash<QString, QSet<QString>> known;
+        for (const LibraryAsset& asset : m_plan.library.assets)
+            known[asset.directory].insert(asset.filename);
+        m_knownFilesByDirectory = std::move(known);
+    }
+    return *m_knownFilesByDirectory;
+}
+
+std::optional<BackupEngine::Components> BackupEngine::components(const LibraryAsset& asset)
+{
+    const QString directory = "/" + asset.directory;
+    const std::optional<FolderIndex> index = folderIndex(directory);
+    if (!index || !index->names.contains(asset.filename))
+        return std::nullopt;
+
+    const FileNaming::Parts original = FileNaming::split(asset.filename);
+    Components result;
+    result.parts.append({Component::original, directory + "/" + asset.filename, original.ext});
+    // One file of each kind at most; a second one is reported, never copied.
+    const auto add = [&](Component component, const QString& path, const QString& fileName) {
+        for (const SourceComponent& part : std::as_const(result.parts))
+            if (part.component == component) {
+                result.unhandled.append(fileName);
+                return;
+            }
+        result.parts.append({component, path, FileNaming::split(fileName).ext});
+    };
+
+    static const QSet<QString> none;
+    const auto knownHere = knownFilesByDirectory().constFind(asset.directory);
+    const QSet<QString>& known = knownHere == knownFilesByDirectory().cend() ? none : *knownHere;
+    // The names whose stem equals the original's without regard to case, in ascending order.
+    const QStringList siblings = index->namesByStem.value(original.stem.toCaseFolded());
+    for (const QString& sibling : siblings) {
+        if (sibling == asset.filename || known.contains(sibling))
+            continue;
+        const QString ext = FileNaming::split(sibling).ext.toUpper();
+        if (ext == "MOV" && !asset.isVideo)
+            add(Component::liveVideo, directory + "/" + sibling, sibling);
+        else if (ext == "AAE")
+            add(Component::aae, directory + "/" + sibling, sibling);
+    }
+
+    if (asset.hasAdjustments) {
+        const QString folder =
+            "/PhotoData/Mutations/" + asset.directory + "/" + original.stem + "/Adjustments";
+        QStringList edits = listing(folder).value_or(QStringList());
+        edits.sort();
+        for (const QString& edit : std::as_const(edits)) {
+            const QString path = folder + "/" + edit;
+            const FileNaming::Parts parts = FileNaming::split(edit);
+            if (edit == "Adjustments.plist") {
+                add(Component::adjustments, path, edit);
+            } else if (parts.stem == "FullSizeRender") {
+                const bool isMovie = parts.ext.toLower() == "mov";
+                if (asset.isVideo)
+                    add(isMovie ? Component::edited : Component::editedStill, path, edit);
+                else
+                    add(isMovie ? Component::editedLiveVideo : Component::edited, path, edit);
+            } else {
+                result.unhandled.append(edit);
+            }
+        }
+    }
+    return result;
+}
+
+QString BackupEngine::stem(const LibraryAsset& asset, const QString& dest)
+{
+    if (auto recorded = m_manifest.stem(asset.uuid, dest))
+        return *recorded;
+
+    auto taken = m_destStems.find(dest);
+    if (taken == m_destStems.end()) {
+        QSet<QString> stems = m_manifest.stems(dest);
+        // Files already in the folder, from this program or any other, take their stems too.
+        if (DestinationFolder::isSafeRelativePath(dest)) {
+            const QDir folder(m_root.root() + '/' + dest);
+            const QStringList present =
+                folder.entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
+            for (const QString& fileName : present) {
+                QString s = FileNaming::split(fileName).stem.toLower();
+                if (s.endsWith(".aae"))
+                    s.chop(4);
+                if (s.endsWith("_edited"))
+                    s.chop(7);
+                stems.insert(s);
+            }
+        }
+        taken = m_destStems.insert(dest, stems);
+    }
+
+    const QString base = FileNaming::safeName(FileNaming::split(asset.displayName()).stem, 120);
+    QString candidate = base;
+    for (int n = 2; taken->contains(candidate.toLower()); ++n)
+        candidate = base + " (" + QString::number(n) + ")";
+    taken->insert(candidate.toLower());
+    m_manifest.reserveStem(asset.uuid, dest, candidate);
+    return candidate;
+}
+
+std::optional<QString> BackupEngine::setDates(const QString& file, const QDateTime& date)
+{
+    if (auto problem = applyDates(file, date))
+        return QFileInfo(file).fileName() + ": " + *problem;
+    return std::nullopt;
+}
+
+std::optional<QString> BackupEngine::applyDates(const QString& file, const QDateTime& date)
+{
+    QFile handle(file);
+    if (!handle.open(QIODevice::ReadOnly))
+        return handle.errorString();
+    if (!handle.setFileTime(date, QFileDevice::FileModificationTime) ||
+        !handle.setFileTime(date, QFileDevice::FileAccessTime))
+        return handle.errorString();
+    handle.close();
+    // Coarse time stamps (two seconds on FAT) are fine; anything further off is reported.
+    const QDateTime kept = QFileInfo(file).lastModified();
+    if (!kept.isValid() || std::llabs(kept.msecsTo(date)) >= 2000)
+        return QStringLiteral("the file system kept different dates than the capture date");
+    return std::nullopt;
+}

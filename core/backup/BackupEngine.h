@@ -1,0 +1,88 @@
+#pragma once
+
+#include "BackupRecords.h"
+#include "DestinationFolder.h"
+#include "Manifest.h"
+#include "device/DownloadResult.h"
+#include "library/LibraryAsset.h"
+#include "plan/BackupNode.h"
+#include "plan/SourceComponent.h"
+
+#include <QDateTime>
+#include <QHash>
+#include <QList>
+#include <QSet>
+#include <QString>
+#include <QStringList>
+
+#include <functional>
+#include <optional>
+
+class MediaSource;
+struct BackupPlan;
+
+// Carries out one backup run: every file of every asset of the ticked folders is checked against
+// the manifest, downloaded once, and copied into each folder that needs it under a name that never
+// replaces anything, with the manifest row written only once the file is complete on disk.
+// One engine per run, used from one thread. It keeps references to the source, the plan and the
+// manifest, which must outlive it.
+class BackupEngine {
+public:
+    using SourceComponent = ::SourceComponent;
+
+    // The files that make up an asset, and the names found beside it that belong to none of them.
+    struct Components {
+        QList<SourceComponent> parts;
+        QStringList unhandled;
+    };
+
+    static inline const QString tempFolderName = QStringLiteral(".ombrelo-tmp");
+
+    BackupEngine(MediaSource& source, const BackupPlan& plan, const QString& root, Manifest& manifest);
+
+    // The whole run. Throws BackupError only when the run cannot start (the temporary folder cannot
+    // be made); every failure of a single asset becomes an "ERROR " line and a count in the summary.
+    BackupSummary run(const BackupOptions& options, const std::function<bool()>& isCancelled,
+                      const std::function<void(const BackupEvent&)>& onEvent);
+
+    // The asset's files on the device; nothing when they are not stored there.
+    std::optional<Components> components(const LibraryAsset& asset);
+    // The stem every file of the asset is named after in the folder `dest` (relative to the root),
+    // reserved in the manifest on first use so that it never changes.
+    QString stem(const LibraryAsset& asset, const QString& dest);
+    // Sets a file's modification and access times to `date` (a file's birth time cannot be set);
+    // returns a warning text when that failed or did not hold to within two seconds.
+    std::optional<QString> setDates(const QString& file, const QDateTime& date);
+
+private:
+    using EventHandler = std::function<void(const BackupEvent&)>;
+
+    // A listed device folder, ready for asking about one asset: its names, and its names grouped by
+    // case-folded stem in ascending order.
+    struct FolderIndex {
+        QSet<QString> names;
+        QHash<QString, QStringList> namesByStem;
+    };
+
+    std::optional<QStringList> listing(const QString& directory);
+    std::optional<FolderIndex> folderIndex(const QString& directory);
+    const QHash<QString, QSet<QString>>& knownFilesByDirectory();
+    bool backUp(const LibraryAsset& asset, const QList<BackupNode>& leaves, const QString& tmp, bool dryRun,
+                BackupSummary& summary, const EventHandler& onEvent);
+    void backUpComponent(const LibraryAsset& asset, const SourceComponent& part,
+                         const QList<BackupNode>& pending, const QString& tmp, BackupSummary& summary,
+                         const EventHandler& onEvent);
+    bool isRecorded(const QString& asset, const QString& dest, Component component);
+    void insertRow(const LibraryAsset& asset, const QString& dest, const SourceComponent& part,
+                   const QString& relativePath, const DownloadResult& content, Manifest::Status status);
+    std::optional<QString> applyDates(const QString& file, const QDateTime& date);
+
+    MediaSource& m_source;
+    const BackupPlan& m_plan;
+    DestinationFolder m_root;
+    Manifest& m_manifest;
+    QHash<QString, std::optional<QStringList>> m_listingCache;
+    QHash<QString, FolderIndex> m_folderIndexes;
+    QHash<QString, QSet<QString>> m_destStems;
+    std::optional<QHash<QString, QSet<QString>>> m_knownFilesByDirectory;
+};

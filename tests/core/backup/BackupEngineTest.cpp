@@ -1,0 +1,495 @@
+#include "EngineFixture.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <QRegularExpression>
+
+#include <sys/stat.h>
+
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+namespace {
+
+const QString kDir = "/DCIM/100APPLE/";
+
+QDateTime jan2024() { return dateFromReferenceSeconds(kJan2024); }
+
+qint64 mtimeOf(const QString& path) { return QFileInfo(path).lastModified().toMSecsSinceEpoch(); }
+
+} // namespace
+
+TEST(BackupEngineComponents, FilesThatMakeUpAnAsset)
+{
+    TestPhone phone;
+    phone.addAsset("live", "IMG_0001.HEIC", "still").kindSubtype = 2;
+    phone.source.addFile(kDir + "IMG_0001.MOV", "motion");
+    phone.source.addFile(kDir + "img_0001.mov", "a second motion"); // a second live video: reported, not used
+    phone.source.addFile(kDir + "IMG_0001.AAE", "sidecar");
+    phone.source.addFile(kDir + "IMG_0001.TXT", "passed over");
+    // A video's same-stem MOV is no live video of it, nor an extra file.
+    phone.addAsset("video", "IMG_0002.MP4", "video");
+    phone.source.addFile(kDir + "IMG_0002.MOV", "something else");
+    // A same-stem MOV that the library knows as an asset of its own belongs to that asset.
+    phone.addAsset("still", "IMG_0003.JPG", "still 3");
+    phone.addAsset("movie", "IMG_0003.MOV", "movie 3");
+    // An edited still with its edit files, one too many and one nobody knows.
+    phone.addAsset("edited", "IMG_0004.HEIC", "still 4").hasAdjustments = true;
+    const QString edits4 = "/PhotoData/Mutations/DCIM/100APPLE/IMG_0004/Adjustments/";
+    for (const QString name : {"Adjustments.plist", "FullSizeRender.heic", "FullSizeRender.jpg",
+                               "FullSizeRender.mov", "Preview.jpg"})
+        phone.source.addFile(edits4 + name, name.toUtf8());
+    // An edited video: the MOV render is its edit, a still render an edited still.
+    phone.addAsset("editedVideo", "IMG_0005.MOV", "video 5").hasAdjustments = true;
+    const QString edits5 = "/PhotoData/Mutations/DCIM/100APPLE/IMG_0005/Adjustments/";
+    phone.source.addFile(edits5 + "FullSizeRender.MOV", "render");
+    phone.source.addFile(edits5 + "FullSizeRender.jpg", "still render");
+    // Edited, but the edits are not on the device: the original alone.
+    phone.addAsset("noEdits", "IMG_0006.JPG", "still 6").hasAdjustments = true;
+    // Not on the device: a missing file, a missing folder.
+    phone.addAsset("cloud", "IMG_0007.JPG", "");
+    phone.source.removeFile(kDir + "IMG_0007.JPG");
+    phone.addAsset("nowhere", "IMG_0008.JPG", "", kJan2024, "DCIM/999APPLE");
+    phone.source.removeFile("/DCIM/999APPLE/IMG_0008.JPG");
+
+    const BackupPlan plan(phone.library, {});
+    TempDir dir;
+    Manifest manifest(dir.path());
+    BackupEngine engine(phone.source, plan, dir.path(), manifest);
+    using C = Component;
+    using Parts = QList<SourceComponent>;
+
+    const auto live = engine.components(phone.asset("live"));
+    ASSERT_TRUE(live);
+    EXPECT_EQ(live->parts, (Parts{{C::original, kDir + "IMG_0001.HEIC", "HEIC"},
+                                  {C::aae, kDir + "IMG_0001.AAE", "AAE"},
+                                  {C::liveVideo, kDir + "IMG_0001.MOV", "MOV"}}));
+    EXPECT_EQ(live->unhandled, QStringList{"img_0001.mov"});
+
+    const auto video = engine.components(phone.asset("video"));
+    ASSERT_TRUE(video);
+    EXPECT_EQ(video->parts, (Parts{{C::original, kDir + "IMG_0002.MP4", "MP4"}}));
+    EXPECT_THAT(video->unhandled, IsEmpty());
+
+    const auto still = engine.components(phone.asset("still"));
+    ASSERT_TRUE(still);
+    EXPECT_EQ(still->parts, (Parts{{C::original, kDir + "IMG_0003.JPG", "JPG"}}));
+    EXPECT_THAT(still->unhandled, IsEmpty());
+
+    const auto edited = engine.components(phone.asset("edited"));
+    ASSERT_TRUE(edited);
+    EXPECT_EQ(edited->parts, (Parts{{C::original, kDir + "IMG_0004.HEIC", "HEIC"},
+                                    {C::adjustments, edits4 + "Adjustments.plist", "plist"},
+                                    {C::edited, edits4 + "FullSizeRender.heic", "heic"},
+                                    {C::editedLiveVideo, edits4 + "FullSizeRender.mov", "mov"}}));
+    EXPECT_EQ(edited->unhandled, (QStringList{"FullSizeRender.jpg", "Preview.jpg"}));
+
+    const auto editedVideo = engine.components(phone.asset("editedVideo"));
+    ASSERT_TRUE(editedVideo);
+    EXPECT_EQ(editedVideo->parts, (Parts{{C::original, kDir + "IMG_0005.MOV", "MOV"},
+                                         {C::edited, edits5 + "FullSizeRender.MOV", "MOV"},
+                                         {C::editedStill, edits5 + "FullSizeRender.jpg", "jpg"}}));
+
+    const auto noEdits = engine.components(phone.asset("noEdits"));
+    ASSERT_TRUE(noEdits);
+    EXPECT_EQ(noEdits->parts.size(), 1);
+
+    EXPECT_FALSE(engine.components(phone.asset("cloud")));
+    EXPECT_FALSE(engine.components(phone.asset("nowhere")));
+
+    // The camera folder was listed once for all of its assets.
+    EXPECT_EQ(phone.source.listings.value("/DCIM/100APPLE"), 1);
+
+    // A folder that cannot be read (as opposed to one that is not there) fails the asset.
+    phone.source.failPath("/DCIM/102APPLE", "afc error 7");
+    phone.addAsset("unreadable", "IMG_0009.JPG", "x", kJan2024, "DCIM/102APPLE");
+    const BackupPlan plan2(phone.library, {});
+    BackupEngine engine2(phone.source, plan2, dir.path(), manifest);
+    EXPECT_THROW(engine2.components(phone.asset("unreadable")), MediaSourceError);
+}
+
+TEST(BackupEngineStems, NumberedPerFolderAndKeptOnceChosen)
+{
+    TestPhone phone;
+    phone.addAsset("a1", "IMG_0001.HEIC", "1");
+    phone.addAsset("a2", "IMG_0001.HEIC", "2", kJan2024, "DCIM/101APPLE");
+    phone.addAsset("a3", "img_0001.JPG", "3", kJan2024, "DCIM/102APPLE");
+    phone.addAsset("edited", "IMG_0002.JPG", "4");
+    phone.addAsset("plist", "IMG_0003.JPG", "5");
+    phone.addAsset("named", "IMG_0004.JPG", "6").originalFilename = "Beach: day 1.jpg";
+    phone.addAsset("renamed", "IMG_0005.JPG", "7");
+    phone.addAsset("recordedElsewhere", "IMG_0006.JPG", "8");
+
+    TempDir dir;
+    writeFile(dir.filePath("Camera Roll/img_0002_edited.jpg"), "another tool's file");
+    writeFile(dir.filePath("Camera Roll/IMG_0003.AAE.plist"), "an earlier adjustments file");
+    Manifest manifest(dir.path());
+    manifest.reserveStem("renamed", "Camera Roll", "Holiday");
+    manifest.reserveStem("someone", "Camera Roll", "IMG_0006");
+    const BackupPlan plan(phone.library, {});
+
+    {
+        BackupEngine engine(phone.source, plan, dir.path(), manifest);
+        EXPECT_EQ(engine.stem(phone.asset("a1"), "Camera Roll"), "IMG_0001");
+        EXPECT_EQ(engine.stem(phone.asset("a2"), "Camera Roll"), "IMG_0001 (2)");
+        EXPECT_EQ(engine.stem(phone.asset("a3"), "Camera Roll"), "img_0001 (3)");
+        EXPECT_EQ(engine.stem(phone.asset("a1"), "Camera Roll"), "IMG_0001");
+        EXPECT_EQ(engine.stem(phone.asset("a2"), "Albums/Trips"), "IMG_0001"); // each folder on its own
+        EXPECT_EQ(engine.stem(phone.asset("edited"), "Camera Roll"), "IMG_0002 (2)");
+        EXPECT_EQ(engine.stem(phone.asset("plist"), "Camera Roll"), "IMG_0003 (2)");
+        EXPECT_EQ(engine.stem(phone.asset("named"), "Camera Roll"), "Beach- day 1");
+        EXPECT_EQ(engine.stem(phone.asset("renamed"), "Camera Roll"), "Holiday");
+        EXPECT_EQ(engine.stem(phone.asset("recordedElsewhere"), "Camera Roll"), "IMG_0006 (2)");
+    }
+    // A later run keeps every name chosen, and numbers a newcomer after them.
+    phone.addAsset("newcomer", "IMG_0001.HEIC", "9", kJan2024, "DCIM/103APPLE");
+    const BackupPlan later(phone.library, {});
+    BackupEngine engine(phone.source, later, dir.path(), manifest);
+    EXPECT_EQ(engine.stem(phone.asset("a3"), "Camera Roll"), "img_0001 (3)");
+    EXPECT_EQ(engine.stem(phone.asset("a2"), "Camera Roll"), "IMG_0001 (2)");
+    EXPECT_EQ(engine.stem(phone.asset("newcomer"), "Camera Roll"), "IMG_0001 (4)");
+}
+
+namespace {
+
+// A live photo in three albums (two top-level, one inside a folder), an edited photo and an
+// undated video in the camera roll, a hidden photo.
+struct FamilyPhone : TestPhone {
+    int64_t family, kids, trips, best;
+    FamilyPhone()
+    {
+        LibraryAsset& live = addAsset("P", "IMG_0001.HEIC", "live still");
+        live.kindSubtype = 2;
+        source.addFile(kDir + "IMG_0001.MOV", "live motion");
+        addAsset("Q", "IMG_0002.JPG", "edited original").hasAdjustments = true;
+        const QString edits = "/PhotoData/Mutations/DCIM/100APPLE/IMG_0002/Adjustments/";
+        source.addFile(edits + "Adjustments.plist", "adjustments");
+        source.addFile(edits + "FullSizeRender.jpg", "edited render");
+        addAsset("R", "IMG_0003.MP4", "undated video", std::nullopt);
+        addAsset("H", "IMG_0004.JPG", "hidden").isHidden = true;
+        family = addAlbum("family", "Family", std::nullopt, true);
+        kids = addAlbum("kids", "Kids", family);
+        trips = addAlbum("trips", "Trips");
+        best = addAlbum("best", "Best");
+        putInAlbum(kids, "P");
+        putInAlbum(trips, "P");
+        putInAlbum(best, "P");
+    }
+};
+
+} // namespace
+
+TEST(BackupEngineRun, CopiesEachFileOnceIntoEveryFolderItBelongsTo)
+{
+    FamilyPhone phone;
+    const BackupPlan plan(phone.library, {});
+    TempDir dir;
+    const QString root = dir.path();
+    Manifest manifest(root);
+    const BackupOptions all = options({"camera-roll", "hidden", "family", "trips", "best"});
+    const QString date = manifest.formatDate(jan2024());
+
+    // A dry run first: it counts each file once however many folders it goes to, and touches nothing.
+    const auto untouched = folderState(root);
+    const RunResult dry = runEngine(phone.source, plan, root, manifest, options(all.nodeIDs.values(), true));
+    EXPECT_EQ(folderState(root), untouched);
+    EXPECT_EQ(phone.source.downloads, 0);
+    EXPECT_EQ(dry.summary.filesToCopy, 7);
+    EXPECT_EQ(dry.summary.lines(),
+              (QStringList{"Would copy: 7 files (identical-content checks happen during the real run)",
+                           "Already backed up: 0"}));
+
+    const RunResult first = runEngine(phone.source, plan, root, manifest, all);
+    for (const QString name : {"IMG_0001.HEIC", "IMG_0001.MOV"})
+        EXPECT_EQ(phone.source.downloadCount(kDir + name), 1) << name.toStdString();
+    EXPECT_EQ(phone.source.downloads, 7);
+
+    QMap<QString, QByteArray> expected{{"Albums/Best/IMG_0001.HEIC", "live still"},
+                                       {"Albums/Best/IMG_0001.MOV", "live motion"},
+                                       {"Albums/Family/Kids/IMG_0001.HEIC", "live still"},
+                                       {"Albums/Family/Kids/IMG_0001.MOV", "live motion"},
+                                       {"Albums/Trips/IMG_0001.HEIC", "live still"},
+                                       {"Albums/Trips/IMG_0001.MOV", "live motion"},
+                                       {"Camera Roll/IMG_0002.JPG", "edited original"},
+                                       {"Camera Roll/IMG_0002.AAE.plist", "adjustments"},
+                                       {"Camera Roll/IMG_0002_edited.jpg", "edited render"},
+                                       {"Camera Roll/IMG_0003.MP4", "undated video"},
+                                       {"Hidden/IMG_0004.JPG", "hidden"}};
+    QStringList files;
+    for (auto [path, state] : folderState(root, kManifestFiles).asKeyValueRange())
+        if (state != "folder")
+            files << path;
+    EXPECT_EQ(files, QStringList(expected.keys()));
+    EXPECT_FALSE(QFileInfo::exists(root + "/.ombrelo-tmp"));
+    for (auto [path, content] : expected.asKeyValueRange()) {
+        EXPECT_EQ(readFile(root + "/" + path), content) << path.toStdString();
+        // Every dated file carries its capture date; the video has none to carry.
+        if (!path.contains("IMG_0003")) {
+            EXPECT_EQ(mtimeOf(root + "/" + path), jan2024().toMSecsSinceEpoch()) << path.toStdString();
+        }
+    }
+
+    // One row per file and folder, all "copied"; the files on disk already showed where each went.
+    const QStringList rows = fileRows(manifest);
+    EXPECT_EQ(rows.size(), 11);
+    EXPECT_EQ(rows.filter(QRegularExpression(" \\| copied$")).size(), 11);
+    EXPECT_THAT(rows,
+                Contains("P | Albums/Family/Kids | live-video | Albums/Family/Kids/IMG_0001.MOV | " +
+                         hashOf("live motion") + " | 11 | " + date + " | " + kDir + "IMG_0001.MOV | copied"));
+    EXPECT_THAT(
+        rows,
+        Contains("Q | Camera Roll | adjustments | Camera Roll/IMG_0002.AAE.plist | " + hashOf("adjustments") +
+                 " | 11 | " + date +
+                 " | /PhotoData/Mutations/DCIM/100APPLE/IMG_0002/Adjustments/Adjustments.plist | copied"));
+    EXPECT_THAT(rows, Contains("R | Camera Roll | original | Camera Roll/IMG_0003.MP4 | " +
+                               hashOf("undated video") + " | 13 | NULL | " + kDir + "IMG_0003.MP4 | copied"));
+    EXPECT_EQ(manifest.albumPaths(),
+              (QHash<QString, QString>{
+                  {"kids", "Albums/Family/Kids"}, {"trips", "Albums/Trips"}, {"best", "Albums/Best"}}));
+    EXPECT_THAT(inconsistencies(root), IsEmpty());
+
+    EXPECT_EQ(first.summary.filesCopied, 11);
+    EXPECT_EQ(first.summary.bytesCopied, 3u * 21 + 11 + 13 + 15 + 13 + 6);
+    EXPECT_EQ(first.summary.lines(),
+              (QStringList{"Files copied: 11 (" + formatByteCount(first.summary.bytesCopied) + ")",
+                           "Already backed up: 0"}));
+    EXPECT_THAT(first.log, Contains("Copied Albums/Family/Kids/IMG_0001.MOV"));
+    EXPECT_THAT(first.log, Contains("Copied Camera Roll/IMG_0002_edited.jpg"));
+    // Sorted ids give the order: best (P), camera roll (R undated first, then Q), family (P again),
+    // hidden (H).
+    ASSERT_EQ(first.progress.size(), 5);
+    EXPECT_EQ(first.progress[0].currentName, "IMG_0001.HEIC");
+    EXPECT_EQ(first.progress[1].currentName, "IMG_0003.MP4");
+    EXPECT_EQ(first.progress[1].assetsDone, 1);
+    EXPECT_EQ(first.progress[1].bytesCopied, 3u * 21);
+    EXPECT_EQ(first.progress[2].currentName, "IMG_0002.JPG");
+    EXPECT_EQ(first.progress[3].currentName, "IMG_0004.JPG");
+    EXPECT_EQ(first.progress[4].assetsDone, 4);
+    EXPECT_EQ(first.progress[4].assetsTotal, 4);
+    EXPECT_EQ(first.progress[4].currentName, "");
+
+    // Again: nothing to fetch, nothing to write, every file reported as backed up.
+    const auto backedUp = folderState(root, kManifestFiles);
+    const RunResult again = runEngine(phone.source, plan, root, manifest, all);
+    EXPECT_EQ(phone.source.downloads, 7);
+    EXPECT_EQ(folderState(root, kManifestFiles), backedUp);
+    EXPECT_EQ(again.summary.lines(),
+              (QStringList{"Files copied: 0 (" + formatByteCount(0) + ")", "Already backed up: 11"}));
+    EXPECT_THAT(
+        again.log,
+        Contains("Already backed up: Albums/Trips original of IMG_0001.HEIC (/DCIM/100APPLE/IMG_0001.HEIC)"));
+    const RunResult dryAgain =
+        runEngine(phone.source, plan, root, manifest, options(all.nodeIDs.values(), true));
+    EXPECT_EQ(dryAgain.summary.filesToCopy, 0);
+    EXPECT_EQ(dryAgain.summary.filesAlreadyBackedUp, 11);
+}
+
+TEST(BackupEngineRun, WorkListFollowsTheSelection)
+{
+    FamilyPhone phone;
+    const BackupPlan plan(phone.library, {});
+    TempDir dir;
+    Manifest manifest(dir.path());
+
+    // Unknown ids are ignored; a restricted leaf takes only the listed assets; Hidden is not ticked.
+    BackupOptions some = options({"no-such-node", "camera-roll", "trips"});
+    some.onlyAssets.insert("camera-roll", {"R"});
+    const RunResult run = runEngine(phone.source, plan, dir.path(), manifest, some);
+    EXPECT_EQ(run.summary.filesCopied, 3);
+    EXPECT_EQ(fileRows(manifest).size(), 3);
+    EXPECT_TRUE(QFileInfo::exists(dir.filePath("Camera Roll/IMG_0003.MP4")));
+    EXPECT_TRUE(QFileInfo::exists(dir.filePath("Albums/Trips/IMG_0001.MOV")));
+    EXPECT_FALSE(QFileInfo::exists(dir.filePath("Camera Roll/IMG_0002.JPG")));
+    EXPECT_FALSE(QFileInfo::exists(dir.filePath("Hidden")));
+    EXPECT_FALSE(QFileInfo::exists(dir.filePath("Albums/Best")));
+    ASSERT_FALSE(run.progress.isEmpty());
+    EXPECT_EQ(run.progress.last().assetsTotal, 2);
+}
+
+TEST(BackupEngineRun, NeverReplacesWhatIsAlreadyInTheFolder)
+{
+    TestPhone phone;
+    phone.addAsset("A", "IMG_0001.HEIC", "phone still").kindSubtype = 2;
+    phone.source.addFile(kDir + "IMG_0001.MOV", "phone motion");
+    phone.addAsset("B", "IMG_0002.JPG", "phone b");
+    phone.addAsset("C", "IMG_0003.JPG", "phone c");
+    phone.addAsset("D", "IMG_0004.JPG", "phone d");
+    const BackupPlan plan(phone.library, {});
+
+    TempDir dir;
+    const QString root = dir.path() + "/backup";
+    const QString outside = dir.path() + "/outside";
+    QDir().mkpath(root);
+    writeFile(outside + "/same as c.jpg", "phone c");
+    Manifest manifest(root);
+    // An earlier, interrupted run chose these names; since then other files took two of them.
+    manifest.reserveStem("A", "Camera Roll", "IMG_0001");
+    manifest.reserveStem("B", "Camera Roll", "IMG_0002");
+    manifest.reserveStem("C", "Camera Roll", "IMG_0003");
+    const QString roll = root + "/Camera Roll/";
+    writeFile(roll + "IMG_0001.HEIC", "someone else's picture");
+    writeFile(roll + "IMG_0001 (2).HEIC", "and another one");
+    writeFile(roll + "IMG_0001.MOV", "phone motion"); // the very file, left by that run
+    {
+        QFile left(roll + "IMG_0001.MOV");
+        left.open(QIODevice::ReadWrite);
+        left.setFileTime(QDateTime(QDate(2020, 5, 1), QTime(12, 0), Qt::UTC),
+                         QFileDevice::FileModificationTime);
+    }
+    ASSERT_EQ(::mkfifo(QFile::encodeName(roll + "IMG_0002.JPG").constData(), 0644), 0); // never to be read
+    ASSERT_TRUE(QFile::link(outside + "/same as c.jpg", roll + "IMG_0003.JPG")); // never to be followed
+    writeFile(roll + "img_0004_edited.jpg", "another tool's edit");
+    const auto before = folderState(root, kManifestFiles);
+    const auto outsideBefore = folderState(outside);
+
+    const RunResult run = runEngine(phone.source, plan, root, manifest, options({"camera-roll"}));
+
+    const auto after = folderState(root, kManifestFiles);
+    for (auto [path, state] : before.asKeyValueRange())
+        EXPECT_EQ(after.value(path), state) << path.toStdString() << " was changed";
+    EXPECT_EQ(folderState(outside), outsideBefore);
+    EXPECT_EQ(readFile(roll + "IMG_0001 (3).HEIC"), "phone still");
+    EXPECT_EQ(readFile(roll + "IMG_0002 (2).JPG"), "phone b");
+    EXPECT_EQ(readFile(roll + "IMG_0003 (2).JPG"), "phone c");
+    EXPECT_EQ(readFile(roll + "IMG_0004 (2).JPG"), "phone d");
+    EXPECT_EQ(after.size(), before.size() + 4);
+
+    EXPECT_EQ(run.summary.filesCopied, 4);
+    EXPECT_EQ(run.summary.filesAdopted, 1);
+    EXPECT_THAT(run.log, Contains("Already on disk, recorded: Camera Roll/IMG_0001.MOV"));
+    EXPECT_THAT(fileRows(manifest),
+                Contains("A | Camera Roll | live-video | Camera Roll/IMG_0001.MOV | " +
+                         hashOf("phone motion") + " | 12 | " + manifest.formatDate(jan2024()) + " | " + kDir +
+                         "IMG_0001.MOV | adopted"));
+    EXPECT_THAT(fileRows(manifest),
+                Contains("A | Camera Roll | original | Camera Roll/IMG_0001 (3).HEIC | " +
+                         hashOf("phone still") + " | 11 | " + manifest.formatDate(jan2024()) + " | " + kDir +
+                         "IMG_0001.HEIC | copied"));
+    EXPECT_EQ(run.summary.lines(),
+              (QStringList{"Files copied: 4 (" + formatByteCount(run.summary.bytesCopied) + ")",
+                           "Already backed up: 0", "Found on disk from an earlier interrupted run: 1"}));
+    EXPECT_THAT(inconsistencies(root), IsEmpty());
+}
+
+TEST(BackupEngineRun, SameContentTwiceInOneFolderIsStoredOnce)
+{
+    TestPhone phone;
+    phone.addAsset("first", "IMG_0010.JPG", "the same picture");
+    phone.addAsset("second", "IMG_0011.JPG", "the same picture");
+    phone.addAsset("inAlbum", "IMG_0012.JPG", "the same picture");
+    phone.putInAlbum(phone.addAlbum("album", "Album"), "inAlbum");
+    const BackupPlan plan(phone.library, {});
+    TempDir dir;
+    Manifest manifest(dir.path());
+
+    const RunResult run =
+        runEngine(phone.source, plan, dir.path(), manifest, options({"camera-roll", "album"}));
+
+    EXPECT_EQ(run.summary.filesCopied, 2); // once per folder
+    EXPECT_EQ(run.summary.duplicatesDiscarded, 1);
+    EXPECT_FALSE(QFileInfo::exists(dir.filePath("Camera Roll/IMG_0011.JPG")));
+    EXPECT_EQ(readFile(dir.filePath("Albums/Album/IMG_0012.JPG")), "the same picture");
+    EXPECT_THAT(run.log, Contains("Already in Camera Roll as Camera Roll/IMG_0010.JPG: IMG_0011.JPG"));
+    EXPECT_THAT(fileRows(manifest),
+                Contains("second | Camera Roll | original | Camera Roll/IMG_0010.JPG | " +
+                         hashOf("the same picture") + " | 16 | " + manifest.formatDate(jan2024()) + " | " +
+                         kDir + "IMG_0011.JPG | duplicate"));
+    EXPECT_EQ(run.summary.lines(),
+              (QStringList{"Files copied: 2 (" + formatByteCount(32) + ")", "Already backed up: 0",
+                           "Identical to a file already in the folder (not copied again): 1"}));
+}
+
+TEST(BackupEngineRun, FilesMissingFromThePhone)
+{
+    TestPhone phone;
+    phone.addAsset("live", "IMG_0001.HEIC", "still").kindSubtype = 2;
+    phone.source.addFile(kDir + "IMG_0001.MOV", "motion");
+    phone.source.vanished.insert(kDir + "IMG_0001.MOV"); // listed, but gone when fetched
+    phone.addAsset("gone", "IMG_0002.JPG", "original");
+    phone.source.vanished.insert(kDir + "IMG_0002.JPG");
+    phone.addAsset("cloud", "IMG_0003.JPG", "");
+    phone.source.removeFile(kDir + "IMG_0003.JPG");
+    phone.addAsset("extra", "IMG_0004.JPG", "four");
+    phone.source.addFile(kDir + "IMG_0004.AAE", "sidecar");
+    phone.source.addFile(kDir + "img_0004.aae", "second sidecar");
+    const BackupPlan plan(phone.library, {});
+    TempDir dir;
+    Manifest manifest(dir.path());
+
+    const RunResult run = runEngine(phone.source, plan, dir.path(), manifest, options({"camera-roll"}));
+
+    EXPECT_THAT(run.log, Contains("Missing on device, skipped: /DCIM/100APPLE/IMG_0001.MOV"));
+    EXPECT_EQ(readFile(dir.filePath("Camera Roll/IMG_0001.HEIC")), "still");
+    EXPECT_THAT(run.log, Contains("ERROR IMG_0002.JPG: Not found on device: /DCIM/100APPLE/IMG_0002.JPG"));
+    EXPECT_THAT(run.log, Contains("Not on device, skipped: IMG_0003.JPG (DCIM/100APPLE/IMG_0003.JPG)"));
+    EXPECT_THAT(run.log, Contains("ERROR IMG_0004.JPG: unexpected extra file not backed up: img_0004.aae"));
+    EXPECT_EQ(readFile(dir.filePath("Camera Roll/IMG_0004.AAE")), "sidecar");
+    EXPECT_FALSE(QFileInfo::exists(dir.filePath("Camera Roll/img_0004.aae")));
+    EXPECT_EQ(run.summary.assetsNotOnDevice, QStringList{"IMG_0003.JPG"});
+    EXPECT_EQ(run.summary.errors,
+              (QStringList{"IMG_0004.JPG: unexpected extra file not backed up: img_0004.aae",
+                           "IMG_0002.JPG: Not found on device: /DCIM/100APPLE/IMG_0002.JPG"}));
+    EXPECT_EQ(run.summary.lines(),
+              (QStringList{"Files copied: 3 (" + formatByteCount(5 + 4 + 7) + ")", "Already backed up: 0",
+                           "Not stored on the device (iCloud only?): 1", "Errors: 2"}));
+    EXPECT_THAT(fileRows(manifest).join("\n").toStdString(), ::testing::Not(::testing::HasSubstr("gone")));
+}
+
+TEST(BackupEngineRun, CancellationIsCheckedBetweenAssets)
+{
+    FamilyPhone phone;
+    const BackupPlan plan(phone.library, {});
+    TempDir dir;
+    Manifest manifest(dir.path());
+    const BackupOptions all = options({"camera-roll", "hidden", "family", "trips", "best"});
+
+    // Cancelled before the first asset: nothing done, and the closing progress says so.
+    const RunResult none = runEngine(phone.source, plan, dir.path(), manifest, all, [] { return true; });
+    EXPECT_TRUE(none.summary.cancelled);
+    EXPECT_EQ(phone.source.downloads, 0);
+    ASSERT_EQ(none.progress.size(), 1);
+    EXPECT_EQ(none.progress[0].assetsDone, 0);
+    EXPECT_EQ(none.progress[0].assetsTotal, 4);
+    EXPECT_EQ(none.summary.lines().last(), "Cancelled before finishing.");
+    EXPECT_FALSE(QFileInfo::exists(dir.filePath(".ombrelo-tmp")));
+
+    // Cancelled while the first asset is being copied: that asset is finished, the rest left.
+    bool cancel = false;
+    const RunResult some = runEngine(
+        phone.source, plan, dir.path(), manifest, all, [&] { return cancel; },
+        [&](const BackupEvent& event) {
+            if (event.kind == BackupEvent::Kind::log)
+                cancel = true;
+        });
+    EXPECT_TRUE(some.summary.cancelled);
+    EXPECT_EQ(some.summary.filesCopied, 6); // the live photo, into its three albums
+    EXPECT_EQ(fileRows(manifest).size(), 6);
+    ASSERT_EQ(some.progress.size(), 2);
+    EXPECT_EQ(some.progress.last().assetsDone, 0);
+    EXPECT_EQ(some.progress.last().bytesCopied, 3u * 21);
+    EXPECT_EQ(some.summary.lines(), (QStringList{"Files copied: 6 (" + formatByteCount(63) + ")",
+                                                 "Already backed up: 0", "Cancelled before finishing."}));
+}
+
+TEST(BackupEngineDates, ModificationTimeIsTheCaptureDate)
+{
+    TestPhone phone;
+    const BackupPlan plan(phone.library, {});
+    TempDir dir;
+    Manifest manifest(dir.path());
+    BackupEngine engine(phone.source, plan, dir.path(), manifest);
+    const QString file = dir.filePath("photo.jpg");
+    writeFile(file, "x");
+    const QDateTime date(QDate(2019, 7, 14), QTime(18, 30, 5, 250), Qt::UTC);
+
+    EXPECT_EQ(engine.setDates(file, date), std::nullopt);
+    const QFileInfo info(file);
+    EXPECT_EQ(info.lastModified().toUTC(), date);
+    EXPECT_EQ(info.lastRead().toUTC(), date);
+
+    const auto warning = engine.setDates(dir.filePath("missing.jpg"), date);
+    ASSERT_TRUE(warning);
+    EXPECT_TRUE(warning->startsWith("missing.jpg: ")) << warning->toStdString();
+}

@@ -1,0 +1,508 @@
+#include "PhotosDatabases.h"
+#include "TempDir.h"
+#include "library/PhotoLibrary.h"
+#include "library/PhotoLibraryError.h"
+
+#include <gtest/gtest.h>
+
+#include <QSet>
+
+#include <algorithm>
+#include <functional>
+
+namespace {
+
+const QString kUnsupported = "The Photos database has a layout this app doesn't recognise: ";
+
+// What the corpus README records for each database (counted with the log applied).
+struct CorpusCounts {
+    const char* name;
+    int assets, trashed, hidden, videos, livePhotos, edited;
+    int albums, folders, memberships; // albums: kind 2; memberships: rows whose album is kind 2
+    const char* entities;
+    const char* joinTable;
+};
+
+const CorpusCounts kCorpus[] = {
+    {"osxphotos-10.15.7", 29, 2, 1, 2, 0, 6, 15, 5, 31, "Asset=35, Album=26, Folder=32",
+     "Z_26ASSETS (Z_26ALBUMS, Z_34ASSETS)"},
+    {"osxphotos-shared-10.15.1", 3, 0, 0, 0, 0, 0, 1, 0, 1, "Asset=35, Album=26, Folder=32",
+     "Z_26ASSETS (Z_26ALBUMS, Z_34ASSETS)"},
+    {"osxphotos-10.16.0.1", 16, 2, 1, 0, 0, 4, 10, 5, 14, "Asset=3, Album=26, Folder=32",
+     "Z_26ASSETS (Z_26ALBUMS, Z_3ASSETS)"},
+    {"osxphotos-cloud-10.16.0", 29, 0, 0, 8, 1, 2, 1, 0, 1, "Asset=3, Album=26, Folder=32",
+     "Z_26ASSETS (Z_26ALBUMS, Z_3ASSETS)"},
+    {"osxphotos-12.0.1", 16, 2, 1, 0, 0, 4, 10, 5, 14, "Asset=3, Album=27, Folder=34",
+     "Z_27ASSETS (Z_27ALBUMS, Z_3ASSETS)"},
+    {"osxphotos-13.0.0", 16, 2, 1, 0, 0, 4, 9, 5, 14, "Asset=3, Album=28, Folder=36",
+     "Z_28ASSETS (Z_28ALBUMS, Z_3ASSETS)"},
+    {"osxphotos-empty-13.5", 0, 0, 0, 0, 0, 0, 0, 0, 0, "Asset=3, Album=28, Folder=36",
+     "Z_28ASSETS (Z_28ALBUMS, Z_3ASSETS)"},
+    {"osxphotos-14.6.0", 16, 2, 1, 0, 0, 4, 9, 5, 14, "Asset=3, Album=29, Folder=37",
+     "Z_29ASSETS (Z_29ALBUMS, Z_3ASSETS)"},
+    {"osxphotos-15.4.1", 16, 2, 1, 0, 0, 4, 9, 5, 14, "Asset=3, Album=30, Folder=38",
+     "Z_30ASSETS (Z_30ALBUMS, Z_3ASSETS)"},
+    {"osxphotos-media-types-15.7.2", 18, 0, 0, 4, 5, 2, 2, 0, 2, "Asset=3, Album=30, Folder=38",
+     "Z_30ASSETS (Z_30ALBUMS, Z_3ASSETS)"},
+    // Three of its assets and two of its albums are only in the log.
+    {"osxphotos-16.0.0-beta", 13, 0, 0, 0, 0, 4, 7, 3, 13, "Asset=3, Album=32, Folder=40",
+     "Z_32ASSETS (Z_32ALBUMS, Z_3ASSETS)"},
+    {"osxphotos-26.1", 16, 2, 1, 0, 0, 4, 9, 5, 14, "Asset=3, Album=33, Folder=41",
+     "Z_33ASSETS (Z_33ALBUMS, Z_3ASSETS)"},
+};
+
+void PrintTo(const CorpusCounts& counts, std::ostream* os) { *os << counts.name; }
+
+class CorpusTest : public testing::TestWithParam<CorpusCounts> {};
+
+TEST_P(CorpusTest, CountsAlbumsAndMembership)
+{
+    const CorpusCounts& expected = GetParam();
+    TempDir dir;
+    const PhotoLibrary library = PhotoLibrary::load(copyCorpusDatabase(expected.name, dir.path()));
+
+    const auto count = [&](auto predicate) {
+        return int(std::count_if(library.assets.cbegin(), library.assets.cend(), predicate));
+    };
+    EXPECT_EQ(library.assets.size(), expected.assets);
+    EXPECT_EQ(count([](const LibraryAsset& a) { return a.isTrashed; }), expected.trashed);
+    EXPECT_EQ(count([](const LibraryAsset& a) { return a.isHidden; }), expected.hidden);
+    EXPECT_EQ(count([](const LibraryAsset& a) { return a.isVideo; }), expected.videos);
+    EXPECT_EQ(count([](const LibraryAsset& a) { return a.isLivePhoto(); }), expected.livePhotos);
+    EXPECT_EQ(count([](const LibraryAsset& a) { return a.hasAdjustments; }), expected.edited);
+    // Every asset of these libraries has its original name recorded.
+    EXPECT_EQ(count([](const LibraryAsset& a) { return a.originalFilename.has_value(); }), expected.assets);
+
+    const auto folders = std::count_if(library.albums.cbegin(), library.albums.cend(),
+                                       [](const LibraryAlbum& a) { return a.isFolder; });
+    EXPECT_EQ(library.albums.size() - folders, expected.albums);
+    EXPECT_EQ(folders, expected.folders);
+    EXPECT_TRUE(std::is_sorted(library.albums.cbegin(), library.albums.cend(),
+                               [](const LibraryAlbum& a, const LibraryAlbum& b) { return a.pk < b.pk; }));
+
+    QSet<int64_t> assetKeys;
+    for (const LibraryAsset& asset : library.assets)
+        assetKeys.insert(asset.pk);
+    int memberships = 0;
+    for (auto it = library.membership.cbegin(); it != library.membership.cend(); ++it) {
+        memberships += int(it.value().size());
+        for (int64_t asset : it.value())
+            EXPECT_TRUE(assetKeys.contains(asset)) << "album " << it.key() << " names unknown asset " << asset;
+    }
+    EXPECT_EQ(memberships, expected.memberships);
+
+    EXPECT_TRUE(library.schemaNotes.contains(QString("Entities: ") + expected.entities))
+        << library.schemaNotes.join(" | ").toStdString();
+    EXPECT_EQ(library.schemaNotes.last(), QString("Album membership table: ") + expected.joinTable);
+}
+
+INSTANTIATE_TEST_SUITE_P(PhotoLibrary, CorpusTest, testing::ValuesIn(kCorpus),
+                         [](const testing::TestParamInfo<CorpusTest::ParamType>& info) {
+                             std::string name = info.param.name;
+                             std::replace_if(name.begin(), name.end(), [](char c) { return !isalnum(c); }, '_');
+                             return name;
+                         });
+
+TEST(PhotoLibrary, EveryCorpusDatabaseIsCovered)
+{
+    QStringList covered;
+    for (const CorpusCounts& counts : kCorpus)
+        covered << counts.name;
+    covered.sort();
+    EXPECT_EQ(corpusDatabaseNames(), covered);
+}
+
+TEST(PhotoLibrary, RealLibraryDetails)
+{
+    TempDir dir;
+    const PhotoLibrary old = PhotoLibrary::load(copyCorpusDatabase("osxphotos-10.15.7", dir.filePath("old")));
+    // Before iOS 15 there is no library scope column.
+    EXPECT_EQ(old.schemaNotes.first(), "Asset columns not present (defaults used): ZBUNDLESCOPE");
+    EXPECT_TRUE(std::none_of(old.assets.cbegin(), old.assets.cend(),
+                             [](const LibraryAsset& a) { return a.bundleScope.has_value(); }));
+
+    const auto asset = [&](const PhotoLibrary& library, const QString& uuidStart) {
+        const auto it = std::find_if(library.assets.cbegin(), library.assets.cend(),
+                                     [&](const LibraryAsset& a) { return a.uuid.startsWith(uuidStart); });
+        EXPECT_NE(it, library.assets.cend()) << uuidStart.toStdString();
+        return it == library.assets.cend() ? LibraryAsset() : *it;
+    };
+    const LibraryAsset hidden = asset(old, "A1DD1F98");
+    EXPECT_TRUE(hidden.isHidden);
+    EXPECT_EQ(hidden.displayName(), "Pumpkins4.jpg");
+    EXPECT_TRUE(asset(old, "71E3E212").isTrashed);
+    EXPECT_EQ(asset(old, "8846E3E6").dateCreated, 123456789012345.0);
+
+    const auto album = [&](const QString& title) {
+        const auto it = std::find_if(old.albums.cbegin(), old.albums.cend(),
+                                     [&](const LibraryAlbum& a) { return a.title == title; });
+        EXPECT_NE(it, old.albums.cend()) << title.toStdString();
+        return it == old.albums.cend() ? LibraryAlbum() : *it;
+    };
+    for (const QString& title : {QString("Água"),
+                                 QString("2018-10 - Sponsion, Museum, Frühstück, Römermuseum"), QString("2019-10/11 Paris Clermont")})
+        EXPECT_FALSE(album(title).isFolder);
+    const LibraryAlbum inFolder = album("AlbumInFolder");
+    const LibraryAlbum subFolder = album("SubFolder2");
+    const LibraryAlbum folder = album("Folder1");
+    EXPECT_TRUE(subFolder.isFolder);
+    EXPECT_EQ(inFolder.parentPK, subFolder.pk);
+    EXPECT_EQ(subFolder.parentPK, folder.pk);
+    EXPECT_FALSE(old.membership.contains(album("EmptyAlbum").pk));
+
+    const PhotoLibrary beta = PhotoLibrary::load(copyCorpusDatabase("osxphotos-16.0.0-beta", dir.filePath("beta")));
+    const auto epoch = std::find_if(beta.assets.cbegin(), beta.assets.cend(),
+                                    [](const LibraryAsset& a) { return a.dateCreated == -978307200.0; });
+    ASSERT_NE(epoch, beta.assets.cend());
+    EXPECT_EQ(epoch->captureDate()->toMSecsSinceEpoch(), 0);
+    // From iOS 18 on the flag column is gone; the timestamp still tells edited assets apart.
+    EXPECT_FALSE(beta.schemaNotes.join("\n").contains("not present"));
+}
+
+TEST(PhotoLibrary, MissingRequiredColumnsAreNamed)
+{
+    TempDir dir;
+    const auto failure = [&](const std::function<void(SQLiteDB&)>& change) -> QString {
+        static int n = 0;
+        const QString path = dir.filePath(QString("db%1.sqlite").arg(++n));
+        change(*createPhotosDatabase(path));
+        try {
+            PhotoLibrary::load(path);
+        } catch (const PhotoLibraryError& error) {
+            EXPECT_EQ(error.kind(), PhotoLibraryError::Kind::unsupportedSchema);
+            return error.description();
+        } catch (const SQLiteError& error) {
+            return error.description();
+        }
+        return "loaded";
+    };
+
+    for (const QString column : {"ZUUID", "ZDIRECTORY", "ZFILENAME", "ZDATECREATED"})
+        EXPECT_EQ(failure([&](SQLiteDB& db) { db.execute("ALTER TABLE ZASSET DROP COLUMN " + column); }),
+                  kUnsupported + "ZASSET." + column + " missing");
+    EXPECT_EQ(failure([](SQLiteDB& db) {
+                  db.execute("ALTER TABLE ZASSET RENAME TO OLD");
+                  db.execute("CREATE TABLE ZASSET (ZUUID, ZDIRECTORY, ZFILENAME, ZDATECREATED)");
+              }),
+              kUnsupported + "ZASSET.Z_PK missing");
+    // The first missing column in the fixed order is the one reported.
+    EXPECT_EQ(failure([](SQLiteDB& db) {
+                  db.execute("ALTER TABLE ZASSET DROP COLUMN ZDATECREATED");
+                  db.execute("ALTER TABLE ZASSET DROP COLUMN ZDIRECTORY");
+              }),
+              kUnsupported + "ZASSET.ZDIRECTORY missing");
+    EXPECT_EQ(failure([](SQLiteDB& db) {
+                  db.execute("ALTER TABLE ZASSET RENAME TO ZGENERICASSET");
+                  db.execute("ALTER TABLE ZGENERICASSET DROP COLUMN ZFILENAME");
+              }),
+              kUnsupported + "ZGENERICASSET.ZFILENAME missing");
+    EXPECT_EQ(failure([](SQLiteDB& db) { db.execute("ALTER TABLE ZASSET RENAME TO ZPHOTO"); }),
+              kUnsupported + "no ZASSET table");
+
+    for (const QString column : {"ZKIND", "ZTITLE", "ZUUID"})
+        EXPECT_EQ(failure([&](SQLiteDB& db) { db.execute("ALTER TABLE ZGENERICALBUM DROP COLUMN " + column); }),
+                  kUnsupported + "ZGENERICALBUM." + column + " missing");
+    EXPECT_EQ(failure([](SQLiteDB& db) { db.execute("DROP TABLE ZGENERICALBUM"); }),
+              kUnsupported + "ZGENERICALBUM.Z_PK missing");
+
+    EXPECT_EQ(failure([](SQLiteDB& db) { db.execute("DROP TABLE Z_PRIMARYKEY"); }),
+              "SQLite: no such table: Z_PRIMARYKEY in: SELECT Z_ENT, Z_NAME FROM Z_PRIMARYKEY");
+}
+
+TEST(PhotoLibrary, MissingOptionalColumnsGetDefaults)
+{
+    TempDir dir;
+    {
+        auto db = createPhotosDatabase(dir.filePath("bare.sqlite"));
+        for (const QString column : {"ZTRASHEDSTATE", "ZHIDDEN", "ZKIND", "ZKINDSUBTYPE", "ZSAVEDASSETTYPE",
+                                      "ZBUNDLESCOPE", "ZADJUSTMENTTIMESTAMP", "ZHASADJUSTMENTS"})
+            db->execute("ALTER TABLE ZASSET DROP COLUMN " + column);
+        db->execute("ALTER TABLE ZADDITIONALASSETATTRIBUTES DROP COLUMN ZORIGINALFILENAME");
+        db->execute("ALTER TABLE ZGENERICALBUM DROP COLUMN ZPARENTFOLDER");
+        db->execute("ALTER TABLE ZGENERICALBUM DROP COLUMN ZTRASHEDSTATE");
+        db->execute("INSERT INTO ZASSET (Z_PK, ZUUID, ZDIRECTORY, ZFILENAME, ZDATECREATED) "
+                    "VALUES (1, 'u1', 'DCIM/100APPLE', 'IMG_0001.MOV', 1.5)");
+        db->execute("INSERT INTO ZGENERICALBUM (Z_PK, ZKIND, ZUUID, ZTITLE) VALUES (5, 2, 'a5', 'Trip')");
+    }
+    const PhotoLibrary bare = PhotoLibrary::load(dir.filePath("bare.sqlite"));
+    EXPECT_EQ(bare.schemaNotes,
+              (QStringList{"Asset columns not present (defaults used): ZTRASHEDSTATE, ZHIDDEN, ZKIND, "
+                           "ZKINDSUBTYPE, ZSAVEDASSETTYPE, ZBUNDLESCOPE",
+                           "Original file names unavailable (ZADDITIONALASSETATTRIBUTES.ZORIGINALFILENAME missing)",
+                           "Entities: Asset=3, Album=28, Folder=36",
+                           "Album membership table: Z_28ASSETS (Z_28ALBUMS, Z_3ASSETS)"}));
+    LibraryAsset expected;
+    expected.pk = 1;
+    expected.uuid = "u1";
+    expected.directory = "DCIM/100APPLE";
+    expected.filename = "IMG_0001.MOV";
+    expected.dateCreated = 1.5;
+    ASSERT_EQ(bare.assets.size(), 1);
+    EXPECT_EQ(bare.assets.first(), expected); // not a video, nothing flagged, optionals absent
+    ASSERT_EQ(bare.albums.size(), 1);
+    EXPECT_EQ(bare.albums.first(), (LibraryAlbum{5, "a5", "Trip", false, std::nullopt, false}));
+
+    {
+        auto db = createPhotosDatabase(dir.filePath("ios14.sqlite"));
+        db->execute("ALTER TABLE ZASSET DROP COLUMN ZSAVEDASSETTYPE");
+        db->execute("ALTER TABLE ZASSET DROP COLUMN ZBUNDLESCOPE");
+        db->execute("DROP TABLE ZADDITIONALASSETATTRIBUTES");
+        db->execute("INSERT INTO ZASSET (Z_PK, ZUUID, ZDIRECTORY, ZFILENAME, ZDATECREATED) "
+                    "VALUES (1, 'u1', 'DCIM/100APPLE', 'IMG_0001.HEIC', 1.5)");
+    }
+    const PhotoLibrary ios14 = PhotoLibrary::load(dir.filePath("ios14.sqlite"));
+    EXPECT_EQ(ios14.schemaNotes.mid(0, 2),
+              (QStringList{"Asset columns not present (defaults used): ZSAVEDASSETTYPE, ZBUNDLESCOPE",
+                           "Original file names unavailable (ZADDITIONALASSETATTRIBUTES.ZORIGINALFILENAME missing)"}));
+    ASSERT_EQ(ios14.assets.size(), 1);
+    EXPECT_FALSE(ios14.assets.first().savedAssetType.has_value());
+    EXPECT_FALSE(ios14.assets.first().bundleScope.has_value());
+}
+
+TEST(PhotoLibrary, AssetRows)
+{
+    TempDir dir;
+    const QString path = dir.filePath("Photos.sqlite");
+    {
+        auto db = createPhotosDatabase(path);
+        addAsset(*db, TestAsset(7, "IMG_0007.HEIC").date(745923456.123456789).subtype(2).original("Beach.HEIC"));
+        addAsset(*db, TestAsset(3, "IMG_0003.MOV").date(std::nullopt).video().hidden().trashed().original(""));
+        addAsset(*db, TestAsset(4, "IMG_0004.JPG"));
+        addAsset(*db, TestAsset(5, "IMG_0005.JPG"));
+        db->execute("UPDATE ZASSET SET ZKIND = 2, ZKINDSUBTYPE = NULL, ZSAVEDASSETTYPE = NULL, "
+                    "ZBUNDLESCOPE = 2 WHERE Z_PK = 4");
+        db->execute("UPDATE ZASSET SET ZKIND = NULL, ZHIDDEN = NULL, ZTRASHEDSTATE = NULL WHERE Z_PK = 5");
+        // The timestamp decides, whatever the flag says.
+        db->execute("UPDATE ZASSET SET ZADJUSTMENTTIMESTAMP = 1.0, ZHASADJUSTMENTS = 0 WHERE Z_PK = 7");
+        db->execute("UPDATE ZASSET SET ZHASADJUSTMENTS = 1 WHERE Z_PK = 3");
+        // Rows without a key column are left out.
+        db->execute("INSERT INTO ZASSET (Z_PK, ZUUID, ZDIRECTORY, ZFILENAME, ZDATECREATED) VALUES "
+                    "(20, NULL, 'DCIM', 'a.JPG', 0), (21, 'u21', NULL, 'b.JPG', 0), (22, 'u22', 'DCIM', NULL, 0)");
+    }
+    const PhotoLibrary library = PhotoLibrary::load(path);
+    ASSERT_EQ(library.assets.size(), 4);
+    const LibraryAsset& video = library.assets[0];
+    const LibraryAsset& plain = library.assets[1];
+    const LibraryAsset& nulls = library.assets[2];
+    const LibraryAsset& live = library.assets[3];
+    EXPECT_EQ((QList<int64_t>{video.pk, plain.pk, nulls.pk, live.pk}), (QList<int64_t>{3, 4, 5, 7})); // table order
+
+    EXPECT_EQ(live.uuid, "asset-7");
+    EXPECT_EQ(live.sourcePath(), "/DCIM/100APPLE/IMG_0007.HEIC");
+    EXPECT_EQ(live.displayName(), "Beach.HEIC");
+    EXPECT_EQ(live.dateCreated, 745923456.123456789); // the stored double, bit for bit
+    EXPECT_TRUE(live.isLivePhoto());
+    EXPECT_FALSE(live.isVideo);
+    EXPECT_TRUE(live.hasAdjustments);
+    EXPECT_EQ(live.savedAssetType, 3);
+    EXPECT_EQ(live.bundleScope, 0);
+
+    EXPECT_TRUE(video.isVideo);
+    EXPECT_TRUE(video.isHidden);
+    EXPECT_TRUE(video.isTrashed);
+    EXPECT_FALSE(video.dateCreated.has_value());
+    EXPECT_FALSE(video.originalFilename.has_value()); // empty counts as absent
+    EXPECT_EQ(video.displayName(), "IMG_0003.MOV");
+    EXPECT_FALSE(video.hasAdjustments); // flag set, but no timestamp
+
+    EXPECT_FALSE(plain.isVideo); // only kind 1 is a video
+    EXPECT_EQ(plain.kindSubtype, 0);
+    EXPECT_FALSE(nulls.isVideo);
+    EXPECT_FALSE(nulls.isHidden);
+    EXPECT_FALSE(nulls.isTrashed);
+    EXPECT_FALSE(plain.savedAssetType.has_value());
+    EXPECT_EQ(plain.bundleScope, 2);
+    EXPECT_FALSE(plain.originalFilename.has_value());
+
+    // Without the timestamp column the flag column tells; without either nothing is edited.
+    {
+        SQLiteDB db(path, false, false);
+        db.execute("ALTER TABLE ZASSET DROP COLUMN ZADJUSTMENTTIMESTAMP");
+    }
+    const auto edited = [&] {
+        QList<bool> flags;
+        for (const LibraryAsset& asset : PhotoLibrary::load(path).assets)
+            flags << asset.hasAdjustments;
+        return flags;
+    };
+    EXPECT_EQ(edited(), (QList<bool>{true, false, false, false}));
+    {
+        SQLiteDB db(path, false, false);
+        db.execute("ALTER TABLE ZASSET DROP COLUMN ZHASADJUSTMENTS");
+    }
+    EXPECT_EQ(edited(), (QList<bool>{false, false, false, false}));
+}
+
+TEST(PhotoLibrary, AlbumsFoldersAndMembership)
+{
+    TempDir dir;
+    const QString path = dir.filePath("Photos.sqlite");
+    {
+        auto db = createPhotosDatabase(path);
+        for (int64_t pk = 1; pk <= 4; ++pk)
+            addAsset(*db, TestAsset(pk, QString("IMG_%1.JPG").arg(pk)));
+        addAlbum(*db, 1, 3999, "");                   // the root folder: not read
+        addAlbum(*db, 30, 2, "Trip", 12);
+        addAlbum(*db, 12, 4000, "Holidays", 1);
+        addAlbum(*db, 15, 1505, "Shared with Ann");   // shared album
+        addAlbum(*db, 16, 1507, "Favourites smart");  // smart album
+        addAlbum(*db, 20, 2, "");                     // an empty title stays empty
+        db->execute("INSERT INTO ZGENERICALBUM (Z_PK, ZKIND, ZUUID, ZTITLE, ZPARENTFOLDER, ZTRASHEDSTATE) "
+                    "VALUES (40, 4000, NULL, NULL, NULL, 0), (41, 2, 'gone', 'Old', NULL, 1)");
+        addMember(*db, 30, 3);
+        addMember(*db, 30, 1);
+        addMember(*db, 15, 2); // shared and smart albums share the table: dropped
+        addMember(*db, 16, 2);
+        addMember(*db, 99, 2); // no such album
+        addMember(*db, 30, 4);
+        addMember(*db, 41, 2);
+        db->execute("INSERT INTO Z_28ASSETS (Z_28ALBUMS, Z_3ASSETS) VALUES (30, NULL), (NULL, 1)");
+    }
+    const PhotoLibrary library = PhotoLibrary::load(path);
+    EXPECT_EQ(library.albums,
+              (QList<LibraryAlbum>{{12, "album-uuid-12", "Holidays", true, 1, false},
+                                   {20, "album-uuid-20", "", false, std::nullopt, false},
+                                   {30, "album-uuid-30", "Trip", false, 12, false},
+                                   {40, "album-40", "Untitled", true, std::nullopt, false},
+                                   {41, "gone", "Old", false, std::nullopt, true}}));
+    EXPECT_EQ(library.membership,
+              (QHash<int64_t, QList<int64_t>>{{30, {3, 1, 4}}, {41, {2}}}));
+}
+
+class JoinTableTest : public testing::Test {
+protected:
+    // A database whose membership table is described only by the given statements.
+    QString database(const QStringList& statements)
+    {
+        const QString path = dir.filePath(QString("db%1.sqlite").arg(++count));
+        auto db = createPhotosDatabase(path);
+        db->execute("DROP TABLE Z_28ASSETS");
+        for (const QString& statement : statements)
+            db->execute(statement);
+        return path;
+    }
+    QString failure(const QString& path)
+    {
+        try {
+            PhotoLibrary::load(path);
+        } catch (const PhotoLibraryError& error) {
+            return error.description();
+        }
+        return "loaded";
+    }
+
+    TempDir dir;
+    int count = 0;
+};
+
+TEST_F(JoinTableTest, FoundByEntityNumbers)
+{
+    // A second table that would also fit proves that no scan took place.
+    const PhotoLibrary library = PhotoLibrary::load(database({
+        "CREATE TABLE Z_28ASSETS (Z_28ALBUMS INTEGER, Z_3ASSETS INTEGER, Z_FOK_3ASSETS INTEGER)",
+        "CREATE TABLE Z_40ASSETS (Z_40ALBUMS INTEGER, Z_3ASSETS INTEGER)",
+    }));
+    EXPECT_EQ(library.schemaNotes.last(), "Album membership table: Z_28ASSETS (Z_28ALBUMS, Z_3ASSETS)");
+
+    // Before iOS 14 the asset column is named after GenericAsset, when there is no Asset entity.
+    const PhotoLibrary generic = PhotoLibrary::load(database({
+        "DELETE FROM Z_PRIMARYKEY WHERE Z_NAME = 'Asset'",
+        "INSERT INTO Z_PRIMARYKEY (Z_ENT, Z_NAME) VALUES (34, 'GenericAsset')",
+        "CREATE TABLE Z_28ASSETS (Z_28ALBUMS INTEGER, Z_34ASSETS INTEGER)",
+        "CREATE TABLE Z_40ASSETS (Z_40ALBUMS INTEGER, Z_3ASSETS INTEGER)",
+    }));
+    EXPECT_EQ(generic.schemaNotes.mid(generic.schemaNotes.size() - 2),
+              (QStringList{"Entities: Asset=?, Album=28, Folder=36",
+                           "Album membership table: Z_28ASSETS (Z_28ALBUMS, Z_34ASSETS)"}));
+}
+
+TEST_F(JoinTableTest, FoundByScanning)
+{
+    // The expected Z_28ASSETS is absent; Asset's number does not name the asset column (as in
+    // the ZGENERICASSET era); other tables ending in ASSETS are not membership tables.
+    const QString path = database({
+        "CREATE TABLE Z_3MEMORIESBEINGCURATEDASSETS (Z_3ASSETS INTEGER, Z_45MEMORIESBEINGCURATED INTEGER)",
+        "CREATE TABLE Z_29KEYASSETS (Z_29ALBUMS INTEGER, Z_3ASSETS INTEGER)",
+        "CREATE TABLE Z_9ASSETS (Z_9ALBUMS INTEGER, Z_10ALBUMS INTEGER, Z_3ASSETS INTEGER)",
+        "CREATE TABLE Z_26ASSETS (Z_26ALBUMS INTEGER, Z_34ASSETS INTEGER, Z_FOK_34ASSETS INTEGER)",
+        "INSERT INTO Z_26ASSETS VALUES (5, 1, 0)",
+    });
+    {
+        SQLiteDB db(path, false, false);
+        addAsset(db, TestAsset(1, "IMG_0001.JPG"));
+        addAlbum(db, 5, 2, "Found");
+    }
+    const PhotoLibrary library = PhotoLibrary::load(path);
+    EXPECT_EQ(library.schemaNotes.last(), "Album membership table: Z_26ASSETS (Z_26ALBUMS, Z_34ASSETS)");
+    EXPECT_EQ(library.membership, (QHash<int64_t, QList<int64_t>>{{5, {1}}}));
+
+    EXPECT_EQ(PhotoLibrary::load(database({"DELETE FROM Z_PRIMARYKEY WHERE Z_NAME = 'Album'",
+                                           "CREATE TABLE Z_7ASSETS (Z_7ALBUMS INTEGER, Z_3ASSETS INTEGER)"}))
+                  .schemaNotes,
+              (QStringList{"Entities: Asset=3, Album=?, Folder=36",
+                           "Album membership table: Z_7ASSETS (Z_7ALBUMS, Z_3ASSETS)"}));
+}
+
+TEST_F(JoinTableTest, NoneOrSeveralCandidatesFail)
+{
+    EXPECT_EQ(failure(database({
+                  "DELETE FROM Z_PRIMARYKEY WHERE Z_NAME = 'Album'",
+                  "CREATE TABLE Z_28ASSETS (Z_28ALBUMS INTEGER, Z_3ASSETS INTEGER)",
+                  "CREATE TABLE Z_31ASSETS (Z_31ALBUMS INTEGER, Z_3ASSETS INTEGER, Z_FOK_3ASSETS INTEGER)",
+              })),
+              kUnsupported + R"(could not identify the album membership table (candidates: ["Z_28ASSETS", "Z_31ASSETS"]))");
+    EXPECT_EQ(failure(database({"CREATE TABLE Z_3KEYASSETS (Z_28ALBUMS INTEGER, Z_3ASSETS INTEGER)"})),
+              kUnsupported + "could not identify the album membership table (candidates: [])");
+}
+
+TEST(PhotoLibrary, QueriesAreTheDocumentedOnes)
+{
+    // A damaged table makes SQLite name the statement that read it.
+    TempDir dir;
+    const auto failedStatement = [&](const QString& table, const std::function<void(SQLiteDB&)>& change) {
+        static int n = 0;
+        const QString path = dir.filePath(QString("db%1.sqlite").arg(++n));
+        change(*createPhotosDatabase(path));
+        damageBtree(path, table);
+        try {
+            PhotoLibrary::load(path);
+        } catch (const SQLiteError& error) {
+            EXPECT_TRUE(error.message().startsWith("database disk image is malformed in: "))
+                << error.message().toStdString();
+            return error.message().section(" in: ", 1);
+        }
+        return QString("loaded");
+    };
+
+    EXPECT_EQ(failedStatement("ZASSET", [](SQLiteDB&) {}),
+              "SELECT a.Z_PK, a.ZUUID, a.ZDIRECTORY, a.ZFILENAME, x.ZORIGINALFILENAME, a.ZDATECREATED,\n"
+              "       a.ZKIND, a.ZKINDSUBTYPE, a.ZHIDDEN, a.ZTRASHEDSTATE,\n"
+              "       a.ZSAVEDASSETTYPE, a.ZBUNDLESCOPE, (a.ZADJUSTMENTTIMESTAMP IS NOT NULL)\n"
+              "FROM ZASSET a LEFT JOIN ZADDITIONALASSETATTRIBUTES x ON x.ZASSET = a.Z_PK");
+    EXPECT_EQ(failedStatement("ZGENERICASSET",
+                              [](SQLiteDB& db) {
+                                  db.execute("ALTER TABLE ZASSET RENAME TO ZGENERICASSET");
+                                  for (const QString& column :
+                                       {"ZTRASHEDSTATE", "ZHIDDEN", "ZKIND", "ZKINDSUBTYPE", "ZSAVEDASSETTYPE",
+                                        "ZBUNDLESCOPE", "ZADJUSTMENTTIMESTAMP"})
+                                      db.execute("ALTER TABLE ZGENERICASSET DROP COLUMN " + column);
+                                  db.execute("DROP TABLE ZADDITIONALASSETATTRIBUTES");
+                              }),
+              "SELECT a.Z_PK, a.ZUUID, a.ZDIRECTORY, a.ZFILENAME, NULL, a.ZDATECREATED,\n"
+              "       0, 0, 0, 0,\n"
+              "       NULL, NULL, a.ZHASADJUSTMENTS\n"
+              "FROM ZGENERICASSET a ");
+    EXPECT_EQ(failedStatement("ZGENERICALBUM", [](SQLiteDB&) {}),
+              "SELECT Z_PK, ZUUID, ZTITLE, ZKIND, ZPARENTFOLDER, ZTRASHEDSTATE FROM ZGENERICALBUM\n"
+              "WHERE ZKIND IN (2, 4000) ORDER BY Z_PK");
+    EXPECT_EQ(failedStatement("ZGENERICALBUM",
+                              [](SQLiteDB& db) {
+                                  db.execute("ALTER TABLE ZGENERICALBUM DROP COLUMN ZPARENTFOLDER");
+                                  db.execute("ALTER TABLE ZGENERICALBUM DROP COLUMN ZTRASHEDSTATE");
+                              }),
+              "SELECT Z_PK, ZUUID, ZTITLE, ZKIND, NULL, 0 FROM ZGENERICALBUM\n"
+              "WHERE ZKIND IN (2, 4000) ORDER BY Z_PK");
+    EXPECT_EQ(failedStatement("Z_28ASSETS", [](SQLiteDB&) {}), "SELECT Z_28ALBUMS, Z_3ASSETS FROM Z_28ASSETS");
+}
+
+} // namespace
