@@ -92,6 +92,56 @@ inline Timing run(const QString& program, const QStringList& arguments, const QP
     return timing;
 }
 
+// Runs a program to its end with its output read through a pipe into `outputFile`, noting when the
+// first line starting with each of `marks` arrived (seconds from the start; -1 if none did).
+// Throws when it fails.
+inline Timing runMarked(const QString& program, const QStringList& arguments, const QProcessEnvironment& environment,
+                        const QString& outputFile, const QStringList& marks, std::vector<double>& markTimes,
+                        qint64* lineCount = nullptr, int timeoutSeconds = 3600)
+{
+    QFile output(outputFile);
+    if (!output.open(QIODevice::WriteOnly | QIODevice::Truncate))
+        throw failure("cannot write " + outputFile);
+    markTimes.assign(size_t(marks.size()), -1);
+    QProcess process;
+    process.setProcessEnvironment(environment);
+    process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    const double cpuBefore = childrenCpuSeconds();
+    QElapsedTimer timer;
+    timer.start();
+    process.start(program, arguments);
+    qint64 lines = 0;
+    const auto readLines = [&] {
+        while (process.canReadLine()) {
+            const QByteArray line = process.readLine();
+            output.write(line);
+            ++lines;
+            for (qsizetype m = 0; m < marks.size(); ++m)
+                if (markTimes[size_t(m)] < 0 && line.startsWith(marks[m].toUtf8()))
+                    markTimes[size_t(m)] = seconds(timer);
+        }
+    };
+    while (process.state() != QProcess::NotRunning) {
+        process.waitForReadyRead(100);
+        readLines();
+        if (seconds(timer) > timeoutSeconds) {
+            process.kill();
+            process.waitForFinished();
+            throw failure(QFileInfo(program).fileName() + " did not finish in time");
+        }
+    }
+    process.waitForFinished();
+    const Timing timing{seconds(timer), childrenCpuSeconds() - cpuBefore};
+    readLines();
+    output.write(process.readAll());
+    if (lineCount)
+        *lineCount = lines;
+    if (process.exitStatus() != QProcess::NormalExit || process.exitCode() != 0)
+        throw failure(QFileInfo(program).fileName() + " " + arguments.join(' ') + " failed with exit code " +
+                      QString::number(process.exitCode()));
+    return timing;
+}
+
 // Writes a simulated phone with ombrelo-mkdevice and returns its udid.
 inline QString makePhone(const QString& folder, int assets, const QString& files, int64_t bytesPerSecond)
 {
