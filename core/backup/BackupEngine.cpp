@@ -74,10 +74,12 @@ void removeTemporaryFolder(const QString& path)
 // Numbering stops somewhere, so that a file system that answers strangely cannot keep a run busy.
 constexpr int kMaxNameAttempts = 10000;
 
-// Assets whose downloads may be under way beyond the one being written: enough to keep the link
-// busy while a file is synced and recorded, few enough that little is fetched in vain when a run
-// is cancelled.
-constexpr int64_t kLookahead = 2;
+// Assets looked at ahead of their turn, so that their downloads can start early, and the finished
+// downloads allowed to wait in the temporary folder: enough to keep the link busy while a file is
+// copied, synced and recorded (more when it goes into several folders), few enough to take little
+// room and to fetch little in vain when a run is cancelled.
+constexpr int64_t kLookahead = 8;
+constexpr int kReadyDownloads = 4;
 
 QString recordKey(const QString& dest, Component component) { return dest + QChar(0) + rawValue(component); }
 
@@ -145,7 +147,7 @@ BackupSummary BackupEngine::run(const BackupOptions& options, const std::functio
 
     const int64_t total = order.size();
     if (!options.dryRun)
-        m_downloads = std::make_unique<DownloadQueue>(m_source);
+        m_downloads = std::make_unique<DownloadQueue>(m_source, kReadyDownloads);
     int64_t lookedAt = 0; // assets before this index have been looked at ahead of their turn
     for (int64_t i = 0; i < total; ++i) {
         if (isCancelled && isCancelled()) {

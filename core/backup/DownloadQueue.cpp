@@ -6,7 +6,7 @@
 
 #include <stdexcept>
 
-DownloadQueue::DownloadQueue(MediaSource& source) : m_source(source) {}
+DownloadQueue::DownloadQueue(MediaSource& source, int maxReady) : m_source(source), m_maxReady(maxReady) {}
 
 DownloadQueue::~DownloadQueue()
 {
@@ -35,7 +35,7 @@ DownloadQueue::Ticket DownloadQueue::add(const QString& path, const QString& des
     {
         std::lock_guard lock(m_mutex);
         ticket = m_next++;
-        m_jobs.emplace(ticket, Job{path, destination, State::waiting, false, {}, nullptr});
+        m_jobs.emplace(ticket, Job{path, destination, State::waiting, false, false, {}, nullptr});
     }
     // The thread starts with the first download, so a run that downloads nothing has none.
     if (!m_thread.joinable())
@@ -50,9 +50,15 @@ DownloadResult DownloadQueue::take(Ticket ticket)
     auto it = m_jobs.find(ticket);
     if (it == m_jobs.end() || it->second.dropped)
         throw std::logic_error("DownloadQueue: a download taken twice or after it was dropped");
+    if (it->second.state == State::waiting) {
+        it->second.wanted = true;
+        m_changed.notify_all();
+    }
     m_changed.wait(lock, [&] { return it->second.state == State::done; });
     const Job job = std::move(it->second);
     m_jobs.erase(it);
+    --m_ready;
+    m_changed.notify_all();
     lock.unlock();
     if (job.failure)
         std::rethrow_exception(job.failure);
@@ -71,6 +77,8 @@ void DownloadQueue::drop(Ticket ticket)
         return;
     case State::done:
         QFile::remove(it->second.destination);
+        --m_ready;
+        m_changed.notify_all();
         break;
     case State::waiting:
         break;
@@ -78,23 +86,31 @@ void DownloadQueue::drop(Ticket ticket)
     m_jobs.erase(it);
 }
 
+std::map<DownloadQueue::Ticket, DownloadQueue::Job>::iterator DownloadQueue::nextJob()
+{
+    auto first = m_jobs.end();
+    for (auto it = m_jobs.begin(); it != m_jobs.end(); ++it) {
+        if (it->second.state != State::waiting)
+            continue;
+        if (it->second.wanted)
+            return it;
+        if (first == m_jobs.end())
+            first = it;
+    }
+    return m_ready < m_maxReady ? first : m_jobs.end();
+}
+
 void DownloadQueue::work()
 {
     std::unique_lock lock(m_mutex);
     for (;;) {
+        auto it = m_jobs.end();
         m_changed.wait(lock, [&] {
-            if (m_stopping)
-                return true;
-            for (const auto& [ticket, job] : m_jobs)
-                if (job.state == State::waiting)
-                    return true;
-            return false;
+            it = nextJob();
+            return m_stopping || it != m_jobs.end();
         });
         if (m_stopping)
             return;
-        auto it = m_jobs.begin();
-        while (it->second.state != State::waiting)
-            ++it;
         Job& job = it->second;
         job.state = State::running;
         const QString path = job.path;
@@ -118,6 +134,7 @@ void DownloadQueue::work()
             job.result = result;
             job.failure = failure;
             job.state = State::done;
+            ++m_ready;
         }
         m_changed.notify_all();
     }

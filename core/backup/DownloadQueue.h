@@ -15,14 +15,15 @@ class MediaSource;
 
 // Downloads device files one after another on a thread of its own, in the order they were added,
 // so that the next files cross the link while the caller is still busy writing the previous ones
-// into the backup folder. Only `MediaSource::download` runs on that thread; everything else stays
+// into the backup folder. At most `maxReady` finished downloads wait to be taken (they take room in
+// the backup folder's temporary folder); a download being waited for starts regardless. Only `MediaSource::download` runs on that thread; everything else stays
 // with the caller, which must therefore use a source whose downloads may run beside its other calls.
 // Used by one thread.
 class DownloadQueue {
 public:
     using Ticket = uint64_t;
 
-    explicit DownloadQueue(MediaSource& source);
+    DownloadQueue(MediaSource& source, int maxReady);
     // Waits for the download under way, if any; the files of downloads never taken are removed.
     ~DownloadQueue();
     DownloadQueue(const DownloadQueue&) = delete;
@@ -43,13 +44,17 @@ private:
         QString destination;
         State state = State::waiting;
         bool dropped = false;
+        bool wanted = false; // take() is waiting for it
         DownloadResult result;
         std::exception_ptr failure;
     };
 
     void work();
+    std::map<Ticket, Job>::iterator nextJob();
 
     MediaSource& m_source;
+    const int m_maxReady;
+    int m_ready = 0; // finished downloads not yet taken or dropped
     std::mutex m_mutex;
     std::condition_variable m_changed;
     std::map<Ticket, Job> m_jobs;

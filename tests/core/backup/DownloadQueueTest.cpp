@@ -30,7 +30,7 @@ TEST(DownloadQueue, DownloadsInTheOrderAddedAndLeavesNoUnwantedFile)
     source.addFile("/e", "eee");
     TempDir dir;
     {
-        DownloadQueue queue(source);
+        DownloadQueue queue(source, 2);
         const auto a = queue.add("/a", dir.filePath("a"));
         const auto b = queue.add("/b", dir.filePath("b"));
         const auto c = queue.add("/c", dir.filePath("c"));
@@ -51,4 +51,21 @@ TEST(DownloadQueue, DownloadsInTheOrderAddedAndLeavesNoUnwantedFile)
     }
     // Taken files belong to the taker; the queue removed the rest.
     EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files), (QStringList{"a", "c"}));
+}
+
+TEST(DownloadQueue, ADownloadWaitedForStartsEvenWhenFinishedOnesAreWaiting)
+{
+    FakeMediaSource source;
+    source.addFile("/a", "aaa");
+    source.addFile("/b", "bbb");
+    source.addFile("/c", "ccc");
+    TempDir dir;
+    DownloadQueue queue(source, 1);
+    const auto a = queue.add("/a", dir.filePath("a"));
+    const auto b = queue.add("/b", dir.filePath("b"));
+    const auto c = queue.add("/c", dir.filePath("c"));
+    // "a" fills the one place for finished downloads, yet "c" is fetched when asked for.
+    EXPECT_EQ(queue.take(c).sha256, hashOf("ccc"));
+    EXPECT_EQ(queue.take(a).sha256, hashOf("aaa"));
+    EXPECT_EQ(queue.take(b).sha256, hashOf("bbb"));
 }
