@@ -130,8 +130,10 @@ BackupSummary BackupEngine::run(const BackupOptions& options, const std::functio
     QStringList ids(options.nodeIDs.cbegin(), options.nodeIDs.cend());
     ids.sort();
     QList<BackupNode> leaves;                      // every leaf of the run, once
-    QStringList order;                             // asset UUIDs
-    QHash<QString, qsizetype> position;            // an asset's place in `order`
+    // The assets in order; none for a UUID the plan does not know, which still counts in the total.
+    std::vector<const LibraryAsset*> order;
+    QHash<const LibraryAsset*, qsizetype> position; // an asset's place in `order`
+    QHash<QString, qsizetype> unknownPosition;
     std::vector<std::pair<qsizetype, int>> placed; // (place in `order`, index in `leaves`)
     QSet<QString> leavesSeen;
     QSet<QString> dests;
@@ -150,16 +152,24 @@ BackupSummary BackupEngine::run(const BackupOptions& options, const std::functio
             for (const QString& uuid : leaf.assetUUIDs) {
                 if (allowed != options.onlyAssets.cend() && !allowed->contains(uuid))
                     continue;
-                auto entry = position.constFind(uuid);
-                if (entry == position.cend()) {
-                    entry = position.insert(uuid, order.size());
-                    order.append(uuid);
+                const auto known = m_plan.assetsByUUID.constFind(uuid);
+                const LibraryAsset* asset = known == m_plan.assetsByUUID.cend() ? nullptr : &*known;
+                // Keyed by the asset itself where there is one: no text to hash and compare.
+                qsizetype at = asset ? position.value(asset, -1) : unknownPosition.value(uuid, -1);
+                if (at < 0) {
+                    at = qsizetype(order.size());
+                    order.push_back(asset);
+                    if (asset)
+                        position.insert(asset, at);
+                    else
+                        unknownPosition.insert(uuid, at);
                 }
-                placed.push_back({*entry, leafIndex});
+                placed.push_back({at, leafIndex});
             }
         }
     }
     position.clear();
+    unknownPosition.clear();
     // Grouped by asset, each asset's leaves in the order they were met.
     std::stable_sort(placed.begin(), placed.end(),
                      [](const auto& a, const auto& b) { return a.first < b.first; });
@@ -188,7 +198,7 @@ BackupSummary BackupEngine::run(const BackupOptions& options, const std::functio
         }
     }
 
-    const int64_t total = order.size();
+    const auto total = int64_t(order.size());
     m_queue = std::make_unique<SourceQueue>(m_source, kReadyDownloads);
     int64_t lookedAt = 0; // assets before this index have been looked at ahead of their turn
     int64_t listedAt = 0; // and their folders listed ahead
@@ -197,22 +207,17 @@ BackupSummary BackupEngine::run(const BackupOptions& options, const std::functio
             summary.cancelled = true;
             break;
         }
-        const auto found = m_plan.assetsByUUID.constFind(order[i]);
-        if (found == m_plan.assetsByUUID.cend())
+        if (!order[size_t(i)])
             continue;
-        const LibraryAsset& asset = *found;
+        const LibraryAsset& asset = *order[size_t(i)];
         send(BackupEvent::makeProgress({i, total, asset.displayName(), summary.bytesCopied}));
-        for (; listedAt <= std::min(i + kListingLookahead, total - 1); ++listedAt) {
-            const auto next = m_plan.assetsByUUID.constFind(order[listedAt]);
-            if (next != m_plan.assetsByUUID.cend())
+        for (; listedAt <= std::min(i + kListingLookahead, total - 1); ++listedAt)
+            if (const LibraryAsset* next = order[size_t(listedAt)])
                 listAhead(*next);
-        }
         // This asset's downloads are queued first, then those of the next few.
-        for (; !options.dryRun && lookedAt <= std::min(i + kLookahead, total - 1); ++lookedAt) {
-            const auto next = m_plan.assetsByUUID.constFind(order[lookedAt]);
-            if (next != m_plan.assetsByUUID.cend())
+        for (; !options.dryRun && lookedAt <= std::min(i + kLookahead, total - 1); ++lookedAt)
+            if (const LibraryAsset* next = order[size_t(lookedAt)])
                 lookAhead(*next, leavesOf(lookedAt), tmp);
-        }
         try {
             backUp(asset, leavesOf(i), tmp, options.dryRun, summary, send);
         } catch (const std::exception& error) {
