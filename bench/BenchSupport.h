@@ -93,7 +93,8 @@ inline Timing run(const QString& program, const QStringList& arguments, const QP
 }
 
 // Runs a program to its end with its output read through a pipe into `outputFile`, noting when the
-// first line starting with each of `marks` arrived (seconds from the start; -1 if none did).
+// first line starting with each of `marks` arrived (seconds from the start, as of the read that
+// brought it; -1 if none did).
 // Throws when it fails.
 inline Timing runMarked(const QString& program, const QStringList& arguments, const QProcessEnvironment& environment,
                         const QString& outputFile, const QStringList& marks, std::vector<double>& markTimes,
@@ -111,19 +112,23 @@ inline Timing runMarked(const QString& program, const QStringList& arguments, co
     timer.start();
     process.start(program, arguments);
     qint64 lines = 0;
-    const auto readLines = [&] {
-        while (process.canReadLine()) {
-            const QByteArray line = process.readLine();
-            output.write(line);
-            ++lines;
-            for (qsizetype m = 0; m < marks.size(); ++m)
-                if (markTimes[size_t(m)] < 0 && line.startsWith(marks[m].toUtf8()))
-                    markTimes[size_t(m)] = seconds(timer);
-        }
+    QByteArray tail = "\n"; // the end of what came before, so that a mark split between reads is found
+    // Read in whole chunks, as `tee` would, so that the reader costs the program little.
+    const auto readChunk = [&] {
+        const QByteArray chunk = process.readAllStandardOutput();
+        if (chunk.isEmpty())
+            return;
+        output.write(chunk);
+        lines += chunk.count('\n');
+        const QByteArray text = tail + chunk;
+        for (qsizetype m = 0; m < marks.size(); ++m)
+            if (markTimes[size_t(m)] < 0 && text.contains("\n" + marks[m].toUtf8()))
+                markTimes[size_t(m)] = seconds(timer);
+        tail = text.right(256);
     };
     while (process.state() != QProcess::NotRunning) {
         process.waitForReadyRead(100);
-        readLines();
+        readChunk();
         if (seconds(timer) > timeoutSeconds) {
             process.kill();
             process.waitForFinished();
@@ -132,8 +137,7 @@ inline Timing runMarked(const QString& program, const QStringList& arguments, co
     }
     process.waitForFinished();
     const Timing timing{seconds(timer), childrenCpuSeconds() - cpuBefore};
-    readLines();
-    output.write(process.readAll());
+    readChunk();
     if (lineCount)
         *lineCount = lines;
     if (process.exitStatus() != QProcess::NormalExit || process.exitCode() != 0)
