@@ -1,7 +1,7 @@
 // A whole phone backed up into an empty folder over a link paced like USB 2, against the plain
 // read loop over the same files through the same simulator.
 //
-//   BackupBench [--assets 400] [--runs 3] [--bytes-per-second 40000000] [--work DIR]
+//   BackupBench [--assets 400] [--runs 3] [--bytes-per-second 40000000] [--work DIR] [--cli PATH]
 //
 // ombrelo-mkdevice writes the phone with sparse files (real sizes, little disk), ombrelo-devicesim
 // serves it, and each run times the real `ombrelo-cli backup DEST --all --include-hidden --yes`
@@ -60,6 +60,8 @@ int main(int argc, char* argv[])
     const int runs = std::max(1, bench::option(args, "--runs", "3").toInt());
     const int64_t bytesPerSecond = bench::option(args, "--bytes-per-second", "40000000").toLongLong();
     const QString work = bench::option(args, "--work", QDir::tempPath());
+    // Another build of ombrelo-cli to time (an earlier version, to compare with).
+    const QString cli = bench::option(args, "--cli", bench::tool("ombrelo-cli"));
     std::signal(SIGPIPE, SIG_IGN);
 
     try {
@@ -83,7 +85,7 @@ int main(int argc, char* argv[])
             environment.insert("XDG_CACHE_HOME", cache); // the database is fetched anew, as on a first backup
             const QString log = scratch.filePath("backup.log");
             const bench::Timing backup =
-                bench::run(bench::tool("ombrelo-cli"), {"backup", dest, "--all", "--include-hidden", "--yes"},
+                bench::run(cli, {"backup", dest, "--all", "--include-hidden", "--yes"},
                            environment, log);
             if (r == 1) {
                 files = downloadedFiles(dest);

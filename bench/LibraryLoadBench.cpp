@@ -109,6 +109,8 @@ int main(int argc, char* argv[])
                     *std::min_element(loadTimes.begin(), loadTimes.end()), median(loadCpuTimes));
         std::printf("| LibrarySnapshot::checkIntegrity | %.0f ms | %.0f ms | |\n", median(checkTimes),
                     *std::min_element(checkTimes.begin(), checkTimes.end()));
+        std::printf("RESULT library load %.0f ms (target under 1000 ms): %s\n", median(loadTimes),
+                    median(loadTimes) < 1000 ? "met" : "MISSED");
     } catch (const std::exception& error) {
         std::fprintf(stderr, "LibraryLoadBench: %s\n", error.what());
         return 1;

@@ -2,7 +2,7 @@
 // `ombrelo-cli backup DEST --all --include-hidden --yes`, end to end, through ombrelo-devicesim
 // with no limit on the link, its output read through a pipe into a file.
 //
-//   RerunBench [--assets 100000] [--runs 3] [--data DIR]
+//   RerunBench [--assets 100000] [--runs 3] [--data DIR] [--cli PATH]
 //
 // The phone (ombrelo-mkdevice --files real: small, complete files) and its first backup take a
 // while to make, so they are kept in DIR/rerun-N and reused by later runs of the bench; without
@@ -71,6 +71,8 @@ int main(int argc, char* argv[])
     const int assets = bench::option(args, "--assets", "100000").toInt();
     const int runs = std::max(1, bench::option(args, "--runs", "3").toInt());
     const QString data = bench::option(args, "--data", QString());
+    // Another build of ombrelo-cli to time (an earlier version, to compare with).
+    const QString cli = bench::option(args, "--cli", bench::tool("ombrelo-cli"));
 
     try {
         QTemporaryDir scratch(QDir::tempPath() + "/ombrelo-rerun-bench-XXXXXX");
@@ -90,7 +92,7 @@ int main(int argc, char* argv[])
             const QString log = folder + "/rerun.log";
             std::vector<double> marks;
             const bench::Timing timing = bench::runMarked(
-                bench::tool("ombrelo-cli"), {"backup", folder + "/dest", "--all", "--include-hidden", "--yes"},
+                cli, {"backup", folder + "/dest", "--all", "--include-hidden", "--yes"},
                 environment, log, kMarks, marks, &lines);
             const QString copiedLine = lineOf(log, "Files copied:");
             if (!copiedLine.startsWith("Files copied: 0 "))
