@@ -158,8 +158,8 @@ Options:
   --product-type T   model identifier (default: a model of the generation, e.g. iPhone17,1)
   --version V        OS version (default: a release of the generation, e.g. 26.1)
   --files MODE       real (default): small, complete, openable files;
-                     sparse: realistic sizes (stills 1-4 MB, videos tens of MB) as
-                     sparse files that take little disk;
+                     sparse: realistic sizes (stills 1-5 MB, videos tens of MB) as
+                     sparse files that take little disk, and no thumbnails;
                      none: the Photos database only
   --answer-key FILE  also write what the phone holds, as JSON, for tests (with
                      sparse files every byte is hashed, which takes time at scale)
