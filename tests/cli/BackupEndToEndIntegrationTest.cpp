@@ -454,13 +454,18 @@ TEST(BackupIntoAFolderInUse, FilesAlreadyThereAreNeverModified)
 {
     BackedUpPhone& backed = backedUpPhone("ios26");
     const ManifestRows clean = readManifestRows(backed.dest);
-    // Two items as a clean backup names them: one in Camera Roll, one in an album.
-    const ManifestRow& a = rowOf(clean, [](const ManifestRow& row) {
-        return row.dest == "Camera Roll" && row.component == "original" && row.status == "copied";
-    });
-    const ManifestRow& b = rowOf(clean, [](const ManifestRow& row) {
-        return row.dest.startsWith("Albums/") && row.component == "original" && row.status == "copied";
-    });
+    // Two items as a clean backup names them, one in Camera Roll, one in an album, each the only
+    // item of its name in its folder (so that it, and no other, takes the next number).
+    const auto alone = [&](const ManifestRow& row) {
+        const QString stem = FileNaming::split(QFileInfo(row.relPath).fileName()).stem;
+        return row.component == "original" && row.status == "copied" &&
+               std::none_of(clean.begin(), clean.end(), [&](const ManifestRow& other) {
+                   return other.dest == row.dest && other.assetUUID != row.assetUUID &&
+                          QFileInfo(other.relPath).fileName().startsWith(stem, Qt::CaseInsensitive);
+               });
+    };
+    const ManifestRow& a = rowOf(clean, [&](const ManifestRow& row) { return row.dest == "Camera Roll" && alone(row); });
+    const ManifestRow& b = rowOf(clean, [&](const ManifestRow& row) { return row.dest.startsWith("Albums/") && alone(row); });
 
     BackupDir dir;
     const QString dest = dir.filePath("backup");
