@@ -545,32 +545,37 @@ TEST(BackupCablePulled, TheItemFailsTheRunEndsAndTheNextRunCarriesOn)
         if (asset.category == "library")
             for (const File& file : asset.files)
                 photoBytes += file.size;
-    phone.setFaults({{"dropAfterBytes", databaseBytes + photoBytes / 2}});
     struct Restore {
         PhoneBackup& phone;
         ~Restore() { phone.setFaults({}); }
     } restore{phone};
 
-    BackupDir dir;
-    const QString dest = dir.filePath("backup");
-    QDir().mkpath(dest);
-    const ProgramResult cut = phone.cli({"backup", dest, "--all", "--include-hidden", "--yes"});
-    EXPECT_EQ(cut.exitCode, 1) << cut.describe();
-    const QStringList errors = linesStartingWith(cut.out, "ERROR ");
-    ASSERT_FALSE(errors.isEmpty()) << cut.describe();
-    EXPECT_EQ(lines(cut.out).last(), "Errors: " + QString::number(errors.size())) << cut.out.toStdString();
-    EXPECT_EQ(linesStartingWith(cut.out, "Files copied: ").size(), 1);
-    EXPECT_GT(readManifestRows(dest).size(), 0) << "the files before the cut are kept";
-    EXPECT_FALSE(QFileInfo::exists(dest + "/.ombrelo-tmp"));
-    const ProgramResult checked = phone.cli({"verify", dest});
-    EXPECT_EQ(checked.exitCode, 0) << "every recorded file is complete: " << checked.describe();
+    // Early, half-way and late in the photos.
+    for (const int percent : {10, 50, 90}) {
+        SCOPED_TRACE("cut after " + std::to_string(percent) + "% of the photos");
+        phone.setFaults({{"dropAfterBytes", databaseBytes + photoBytes * percent / 100}});
+        BackupDir dir;
+        const QString dest = dir.filePath("backup");
+        QDir().mkpath(dest);
+        const ProgramResult cut = phone.cli({"backup", dest, "--all", "--include-hidden", "--yes"});
+        EXPECT_EQ(cut.exitCode, 1) << cut;
+        const QStringList errors = linesStartingWith(cut.out, "ERROR ");
+        ASSERT_FALSE(errors.isEmpty()) << cut;
+        EXPECT_TRUE(errors.first().contains(" from device: ")) << errors.first();
+        EXPECT_EQ(lines(cut.out).last(), "Errors: " + QString::number(errors.size())) << cut;
+        EXPECT_EQ(linesStartingWith(cut.out, "Files copied: ").size(), 1);
+        EXPECT_GT(readManifestRows(dest).size(), 0) << "the files before the cut are kept";
+        EXPECT_FALSE(QFileInfo::exists(dest + "/.ombrelo-tmp"));
+        const ProgramResult checked = phone.cli({"verify", dest});
+        EXPECT_EQ(checked.exitCode, 0) << "every recorded file is complete: " << checked;
 
-    phone.setFaults({});
-    const ProgramResult resumed = phone.cli({"backup", dest, "--all", "--include-hidden", "--yes"});
-    EXPECT_EQ(resumed.exitCode, 0) << resumed.describe();
-    EXPECT_EQ(asIfCopied(readManifestRows(dest)), asIfCopied(readManifestRows(backed.dest)));
-    EXPECT_EQ(contents(FolderSnapshot::take(dest)), contents(FolderSnapshot::take(backed.dest)));
-    expectFolderHoldsBackup(dest, backed.expected);
+        phone.setFaults({});
+        const ProgramResult resumed = phone.cli({"backup", dest, "--all", "--include-hidden", "--yes"});
+        EXPECT_EQ(resumed.exitCode, 0) << resumed;
+        EXPECT_EQ(asIfCopied(readManifestRows(dest)), asIfCopied(readManifestRows(backed.dest)));
+        EXPECT_EQ(contents(FolderSnapshot::take(dest)), contents(FolderSnapshot::take(backed.dest)));
+        expectFolderHoldsBackup(dest, backed.expected);
+    }
 }
 
 // Every entry below `root` (folders and links too) but those under `skip`, each as "path: what it is".
