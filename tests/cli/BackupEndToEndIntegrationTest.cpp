@@ -622,6 +622,7 @@ TEST(BackupHostileNames, NothingIsWrittenOutsideTheBackupFolder)
         {"..JPG", std::nullopt},
         {"IMG_0007.JPG", "../Hidden/../../x.JPG"},
         {"IMG_0008.JPG", longName},
+        {"IMG_0009.JPG", std::nullopt},
     };
     for (int i = 0; i < items.size(); ++i)
         media.insert("/DCIM/100APPLE/" + items[i].first, "picture " + QByteArray::number(i + 1));
@@ -647,7 +648,8 @@ TEST(BackupHostileNames, NothingIsWrittenOutsideTheBackupFolder)
         addAlbum(*db, 8, 4000, "..");
         addAlbum(*db, 6, 2, "/etc", 8);
         addAlbum(*db, 7, 2, "..");
-        for (auto [album, asset] : {std::pair{1, 1}, {4, 1}, {2, 2}, {3, 3}, {5, 4}, {6, 5}, {7, 8}})
+        addAlbum(*db, 9, 2, "Linked");
+        for (auto [album, asset] : {std::pair{1, 1}, {4, 1}, {2, 2}, {3, 3}, {5, 4}, {6, 5}, {7, 8}, {9, 9}})
             addMember(*db, album, asset);
     }
     PhoneBackup phone(PhoneBackup::Folder{device});
@@ -659,6 +661,12 @@ TEST(BackupHostileNames, NothingIsWrittenOutsideTheBackupFolder)
         manifest.recordAlbum("album-uuid-2", outside + "/abs", "Absolute");
         manifest.recordAlbum("album-uuid-3", "Albums/../../x", "Climbing");
     }
+    // Links inside the backup folder to folders outside: an album's folder and the temporary folder.
+    writeFile(outside + "/linked/mine.txt", "the user's");
+    writeFile(outside + "/tmp/precious.txt", "the user's");
+    QDir().mkpath(dest + "/Albums");
+    QFile::link(outside + "/linked", dest + "/Albums/Linked");
+    QFile::link(outside + "/tmp", dest + "/.ombrelo-tmp");
     const QStringList before = everythingBelow(dir.path(), dest);
 
     const ProgramResult run = phone.cli({"backup", dest, "--all", "--include-hidden", "--yes"});
@@ -668,10 +676,16 @@ TEST(BackupHostileNames, NothingIsWrittenOutsideTheBackupFolder)
     EXPECT_EQ(linesStartingWith(run.out, "ERROR "),
               (QStringList{"ERROR ../../../escape.JPG" + refused.arg("../escape"),
                            "ERROR /etc/passwd" + refused.arg(outside + "/abs"),
-                           "ERROR .." + refused.arg("Albums/../../x")}))
+                           "ERROR .." + refused.arg("Albums/../../x"),
+                           QString::fromUtf8("ERROR IMG_0009.JPG: The folder \u201c%1/Albums/Linked\u201d could not be "
+                                             "created (it is a link to another place, which a backup does not follow).")
+                               .arg(dest)}))
         << run.describe();
-    EXPECT_EQ(lines(run.out).last(), "Errors: 3");
+    EXPECT_EQ(lines(run.out).last(), "Errors: 4");
     EXPECT_EQ(everythingBelow(dir.path(), dest), before) << "nothing outside the backup folder changed";
+
+    EXPECT_TRUE(QFileInfo(dest + "/Albums/Linked").isSymLink());
+    EXPECT_FALSE(QFileInfo::exists(dest + "/.ombrelo-tmp")) << "the link was removed, not followed";
 
     // The rest is backed up, under names that stay inside their folders.
     QStringList files;
