@@ -53,7 +53,8 @@ std::unique_ptr<Manifest> openManifest(const QString& root)
     try {
         auto manifest = std::make_unique<Manifest>(root);
         QString check;
-        manifest->db().query("PRAGMA quick_check", {}, [&](const SQLRow& row) { check = row.text(0).value_or(QString()); });
+        manifest->db().query("PRAGMA quick_check", {},
+                             [&](const SQLRow& row) { check = row.text(0).value_or(QString()); });
         if (check != "ok")
             throw SQLiteError("quick check: " + check);
         return manifest;
@@ -242,8 +243,9 @@ void BackupCommand::configure(QCommandLineParser& parser) const
         summary() +
         "\nFirst makes a dry run and prints what it will do; on a terminal it then asks before copying.\n"
         "Nothing on the device is changed and nothing in the folder is overwritten or deleted. An\n"
-        "interrupted backup carries on where it stopped the next time. Ctrl-C stops after the current\n"
-        "item (exit code 130); a second Ctrl-C stops at once.\n"
+        "interrupted backup carries on where it stopped the next time. Ctrl-C or SIGTERM stops after the\n"
+        "current item (exit code 130); a second Ctrl-C stops at once. One backup at a time runs into a\n"
+        "folder: another one started meanwhile ends at once.\n"
         "Exit codes: 0 done, 1 done with errors, 2 bad arguments, 3 could not run, 130 cancelled.");
     parser.addPositionalArgument("DEST", "The backup folder (it must exist).");
     parser.addOption({"udid", "Back up the device with this UDID (default: the first one).", "U"});

@@ -86,7 +86,8 @@ TEST(BackupFaults, OneBackupPerFolderAtATime)
     phone.setFaults({{"bytesPerSecond", 300000}});
     CliProcess first(PhoneBackup::cliPath(), arguments(kBackup, shared), phone.environment());
     ASSERT_TRUE(first.waitForOutput("Copied ", 60000)) << first.finish().describe().toStdString();
-    const QString expected = "Another backup into this folder is running (process " + QString::number(first.pid()) + ").\n";
+    const QString expected =
+        "Another backup into this folder is running (process " + QString::number(first.pid()) + ").\n";
     const qsizetype servedBefore = phone.simulator().log().count("FILE_OPEN /PhotoData/Photos.sqlite ");
     QElapsedTimer clock;
     clock.start();
@@ -121,7 +122,8 @@ TEST(BackupFaults, OneBackupPerFolderAtATime)
     EXPECT_EQ(ran.exitCode, 0) << ran.describe().toStdString();
     EXPECT_EQ(refused.exitCode, 3) << refused.describe().toStdString();
     EXPECT_EQ(QString::fromUtf8(refused.err),
-              "Another backup into this folder is running (process " + QString::number((aRan ? a : b).pid()) + ").\n");
+              "Another backup into this folder is running (process " + QString::number((aRan ? a : b).pid()) +
+                  ").\n");
     EXPECT_EQ(backupDifferences(reference, together), QStringList());
 }
 
@@ -264,7 +266,8 @@ TEST(BackupFaults, ReadOnlyBackupFolderIsRefusedAndLeftAsItWas)
     const ProgramResult readOnly = phone.cli(arguments(kBackup, dest));
     EXPECT_EQ(readOnly.exitCode, 3) << readOnly.describe().toStdString();
     EXPECT_EQ(QString::fromUtf8(readOnly.err),
-              QString::fromUtf8("The backup folder \u201c%1\u201d cannot be locked for this run. Check that it is writable.\n")
+              QString::fromUtf8("The backup folder \u201c%1\u201d cannot be locked for this run. "
+                                "Check that it is writable.\n")
                   .arg(dest));
     EXPECT_EQ(FolderSnapshot::take(dest), before);
     ASSERT_TRUE(disk.setReadOnly(false));
@@ -358,9 +361,10 @@ TEST(BackupFaults, DamagedOrForeignManifestIsReportedAndLeftAlone)
         const FolderSnapshot before = FolderSnapshot::take(dest);
         const ProgramResult run = phone.cli(arguments(kBackup, dest));
         EXPECT_EQ(run.exitCode, 3) << run.describe().toStdString();
-        const QString expected = QString::fromUtf8("The manifest \u201c%1\u201d of this backup folder is damaged or is not an "
-                                                   "Ombrelo manifest, so nothing was done; the file was left as it is. (")
-                                     .arg(dest + "/" + Manifest::fileName);
+        const QString expected =
+            QString::fromUtf8("The manifest \u201c%1\u201d of this backup folder is damaged or is not an Ombrelo "
+                              "manifest, so nothing was done; the file was left as it is. (")
+                .arg(dest + "/" + Manifest::fileName);
         EXPECT_TRUE(run.err.startsWith(expected.toUtf8())) << run.describe().toStdString();
         EXPECT_TRUE(run.err.contains(c.detail)) << run.describe().toStdString();
         EXPECT_EQ(run.out, "") << "nothing is read from the phone either";

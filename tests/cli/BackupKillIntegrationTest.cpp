@@ -80,7 +80,8 @@ TEST(BackupKilled, FiftyTimesAtRandomMomentsThenResumedEqualsAnUninterruptedBack
     QElapsedTimer clock;
     clock.start();
     CliProcess first(PhoneBackup::cliPath(), backup + QStringList{reference}, phone.environment());
-    ASSERT_TRUE(first.waitForOutput("Reading the Photos database...", 60000)) << first.finish().describe().toStdString();
+    ASSERT_TRUE(first.waitForOutput("Reading the Photos database...", 60000))
+        << first.finish().describe().toStdString();
     const qint64 connectMs = clock.elapsed();
     ASSERT_TRUE(first.waitForOutput("Dry run:", 60000)) << first.finish().describe().toStdString();
     const qint64 copyStartMs = clock.elapsed();
@@ -93,7 +94,8 @@ TEST(BackupKilled, FiftyTimesAtRandomMomentsThenResumedEqualsAnUninterruptedBack
 
     // Each row of the manifest is written right after one of these lines.
     const auto rowLines = [](const QByteArray& out) {
-        return int(out.count("\nCopied ") + out.count("\nAlready in ") + out.count("\nAlready on disk, recorded: "));
+        return int(out.count("\nCopied ") + out.count("\nAlready in ") +
+                   out.count("\nAlready on disk, recorded: "));
     };
     const int referenceRows = int(readManifestRows(reference).size());
     ASSERT_EQ(rowLines(uninterrupted.out), referenceRows);
@@ -193,7 +195,8 @@ TEST(BackupKilled, FiftyTimesAtRandomMomentsThenResumedEqualsAnUninterruptedBack
     for (const ManifestRow& row : readManifestRows(resumed))
         adopted += row.status == "adopted";
     std::cout << " " << adopted << " files were found complete under their name after a kill and adopted;"
-              << " the last run recorded " << rowLines(last.out) << " of " << referenceRows << " files. Uninterrupted run " << (copyStartMs + copyMs) / 1000.0 << " s, whole test "
+              << " the last run recorded " << rowLines(last.out) << " of " << referenceRows
+              << " files. Uninterrupted run " << (copyStartMs + copyMs) / 1000.0 << " s, whole test "
               << clock.elapsed() / 1000.0 << " s.\n";
     EXPECT_GE(kills[Phase::database], 3);
     EXPECT_GE(kills[Phase::dryRun], 1);

@@ -160,7 +160,9 @@ TEST(BackupOutput, PlainLinesQuietAndReport)
     EXPECT_EQ(report["exitCode"].toInt(), 1);
     EXPECT_FALSE(report["cancelled"].toBool());
     const QStringList log = toStrings(report["log"]);
-    EXPECT_TRUE(log.startsWith("Reading the Photos database...") || log.contains("Reading the Photos database..."));
+    ASSERT_GE(log.size(), 3);
+    EXPECT_TRUE(log[0].startsWith("Device: Test iPhone (")) << log[0].toStdString();
+    EXPECT_EQ(log[1], "Reading the Photos database...");
     EXPECT_TRUE(log.contains(errors[0]));
     const int copiedLines = int(log.filter(QRegularExpression("^Copied ")).size());
     const QJsonObject summary = report["summary"].toObject();

@@ -39,8 +39,8 @@ TEST(Verify, FindsAFlippedByteATruncatedFileAndADeletedFileAndOnlyThose)
 
     QStringList victims; // three copied files of more than one byte, no duplicate row pointing at them
     for (const ManifestRow& row : rows)
-        if (row.status == "copied" && row.size > 1 && !pointedAt.contains(row.relPath) && !victims.contains(row.relPath) &&
-            victims.size() < 3)
+        if (row.status == "copied" && row.size > 1 && !pointedAt.contains(row.relPath) &&
+            !victims.contains(row.relPath) && victims.size() < 3)
             victims << row.relPath;
     ASSERT_EQ(victims.size(), 3);
     const QString flipped = victims[0], truncated = victims[1], deleted = victims[2];

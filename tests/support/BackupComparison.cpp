@@ -53,7 +53,8 @@ QStringList backupDifferences(const QString& expectedRoot, const QString& actual
         const QStringList expected = tableRows(expectedRoot, sql);
         const QStringList actual = tableRows(actualRoot, sql);
         if (expected != actual)
-            differences << "differs: " + sql + "\n  expected: " + expected.join("; ") + "\n  actual:   " + actual.join("; ");
+            differences << "differs: " + sql + "\n  expected: " + expected.join("; ") +
+                               "\n  actual:   " + actual.join("; ");
     }
 
     FolderSnapshot expectedFiles = FolderSnapshot::take(expectedRoot);

@@ -7,7 +7,8 @@
 TmpfsMount::TmpfsMount(const QString& folder, const QString& size) : m_folder(folder)
 {
     QDir().mkpath(folder);
-    const ProgramResult mount = runProgram("mount", {"-t", "tmpfs", "-o", "size=" + size + ",mode=0755", "tmpfs", folder}, 20);
+    const ProgramResult mount =
+        runProgram("mount", {"-t", "tmpfs", "-o", "size=" + size + ",mode=0755", "tmpfs", folder}, 20);
     m_mounted = mount.exitCode == 0;
     if (!m_mounted)
         m_error = "cannot mount a tmpfs on " + folder + " (" + mount.describe().simplified() + ")";
