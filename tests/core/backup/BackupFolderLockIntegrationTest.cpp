@@ -1,3 +1,5 @@
+#include "EngineFixture.h"
+#include "FolderSnapshot.h"
 #include "TempDir.h"
 #include "backup/BackupFolderLock.h"
 
@@ -38,4 +40,39 @@ TEST(BackupFolderLock, OneRunPerFolderAndDeadOwnersAreTakenOver)
     dead.waitForFinished();
     BackupFolderLock takeover(root.path());
     EXPECT_TRUE(QFile::exists(root.filePath(BackupFolderLock::fileName)));
+}
+
+// The engine takes the lock itself for a real run, whichever front end runs it: while another run
+// holds the folder, a real run stops before it touches anything (the other run's downloads in the
+// temporary folder survive); a dry run, which writes nothing, still goes ahead.
+TEST(BackupFolderLock, TheEngineHoldsItForEveryRealRun)
+{
+    TestPhone phone;
+    phone.addAsset("P", "IMG_0001.JPG", "p");
+    const BackupPlan plan(phone.library, {});
+    TempDir root;
+    Manifest manifest(root.path());
+    writeFile(root.filePath(BackupEngine::tempFolderName + "/download-of-the-other-run"), "half a video");
+
+    {
+        const BackupFolderLock otherRun(root.path());
+        const FolderSnapshot before = FolderSnapshot::take(root.path());
+        BackupEngine engine(phone.source, plan, root.path(), manifest);
+        EXPECT_THROW(engine.run(options({"camera-roll"}), {}, {}), BackupFolderBusy);
+        EXPECT_EQ(FolderSnapshot::take(root.path()), before);
+        EXPECT_EQ(phone.source.downloads, 0);
+        const BackupSummary preview = engine.run(options({"camera-roll"}, true), {}, {});
+        EXPECT_EQ(preview.filesToCopy, 1);
+    }
+
+    // With the folder free, the run holds the lock while it copies and lets it go at the end.
+    bool lockedDuringRun = false;
+    BackupEngine engine(phone.source, plan, root.path(), manifest);
+    const BackupSummary summary = engine.run(options({"camera-roll"}), {}, [&](const BackupEvent&) {
+        lockedDuringRun = QFile::exists(root.filePath(BackupFolderLock::fileName));
+    });
+    EXPECT_TRUE(lockedDuringRun);
+    EXPECT_EQ(summary.filesCopied, 1);
+    EXPECT_FALSE(QFile::exists(root.filePath(BackupFolderLock::fileName)));
+    EXPECT_FALSE(QFile::exists(root.filePath(BackupEngine::tempFolderName)));
 }
