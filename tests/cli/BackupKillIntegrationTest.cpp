@@ -91,12 +91,19 @@ TEST(BackupKilled, FiftyTimesAtRandomMomentsThenResumedEqualsAnUninterruptedBack
     const qint64 fetchMs = databaseBytes(phone.deviceFolder()) * 1000 / kRate;
 
 
-    const int referenceCopies = int(uninterrupted.out.count("\nCopied "));
-    ASSERT_GT(referenceCopies, 100);
+    // Each row of the manifest is written right after one of these lines.
+    const auto rowLines = [](const QByteArray& out) {
+        return int(out.count("\nCopied ") + out.count("\nAlready in ") + out.count("\nAlready on disk, recorded: "));
+    };
+    const int referenceRows = int(readManifestRows(reference).size());
+    ASSERT_EQ(rowLines(uninterrupted.out), referenceRows);
+    ASSERT_GT(referenceRows, 100);
+    const qint64 rowMs = copyMs / referenceRows;
 
     // 50 kills aimed at each part of a run, in random order; 32 of them spread over the copying: each
-    // lets a run copy for a random time, on average its share of what is left, so that the kills
-    // walk through the whole copying and a last run still has some to do.
+    // lets a run record a random number of files, on average its share of what is left, then kills
+    // it at a random moment of the next one. So the kills walk through the whole copying, and the
+    // last run still has some to do.
     const unsigned seed = 20240501;
     std::mt19937 random(seed);
     std::vector<Phase> aims;
@@ -105,15 +112,17 @@ TEST(BackupKilled, FiftyTimesAtRandomMomentsThenResumedEqualsAnUninterruptedBack
     aims.insert(aims.end(), 5, Phase::dryRun);
     aims.insert(aims.end(), 32, Phase::copying);
     std::shuffle(aims.begin(), aims.end(), random);
-    const auto upTo = [&](qint64 ms) { return int(std::uniform_int_distribution<qint64>(0, std::max<qint64>(ms, 1))(random)); };
+    const auto upTo = [&](qint64 most) {
+        return int(std::uniform_int_distribution<qint64>(0, std::max<qint64>(most, 1))(random));
+    };
 
-    int copiedSoFar = 0;
+    int recorded = 0;
     int copyingAimsLeft = int(std::count(aims.begin(), aims.end(), Phase::copying));
     std::map<Phase, int> kills;
     int killCount = 0;
     int endedBeforeTheKill = 0;
     for (size_t attempt = 0; killCount < 50 && attempt < 80; ++attempt) {
-        const Phase aim = aims[size_t(killCount) % aims.size()];
+        const Phase aim = aims[size_t(killCount)];
         const qsizetype logStart = phone.simulator().log().size();
         CliProcess run(PhoneBackup::cliPath(), backup + QStringList{resumed}, phone.environment());
         switch (aim) {
@@ -130,13 +139,16 @@ TEST(BackupKilled, FiftyTimesAtRandomMomentsThenResumedEqualsAnUninterruptedBack
             break;
         case Phase::copying:
             if (run.waitForOutput("Dry run:", 60000)) {
-                const double left = std::max(0, referenceCopies - copiedSoFar);
-                run.runFor(upTo(qint64(2 * left / (copyingAimsLeft + 1) * double(copyMs) / referenceCopies)));
+                const int left = referenceRows - recorded - 1;
+                const int rows = upTo(std::min(left, 2 * left / (copyingAimsLeft + 1)));
+                while (rowLines(run.out()) < rows && run.runFor(2))
+                    ;
+                run.runFor(upTo(rowMs));
             }
             break;
         }
         if (!run.kill()) {
-            // It ended by itself (nothing was left to copy, or it was quicker than the aim).
+            // It ended by itself, quicker than its aim.
             const ProgramResult ended = run.finish();
             ASSERT_EQ(ended.exitCode, 0) << ended.describe().toStdString();
             ++endedBeforeTheKill;
@@ -144,7 +156,6 @@ TEST(BackupKilled, FiftyTimesAtRandomMomentsThenResumedEqualsAnUninterruptedBack
         }
         ++killCount;
         ++kills[phaseOf(run.out(), phone.simulator().log().mid(logStart))];
-        copiedSoFar += int(run.out().count("\nCopied "));
         copyingAimsLeft -= aim == Phase::copying;
 
         // Whatever the moment, every file the manifest records is complete on disk, once the first
@@ -154,6 +165,7 @@ TEST(BackupKilled, FiftyTimesAtRandomMomentsThenResumedEqualsAnUninterruptedBack
                 const VerificationReport check = BackupVerifier::run(resumed);
                 ASSERT_TRUE(check.isClean()) << "after kill " << killCount << " (" << name(aim) << "):\n"
                                              << check.lines().join("\n").toStdString();
+                recorded = check.files;
             } catch (const SQLiteError& error) {
                 ASSERT_TRUE(error.message().startsWith("no such table: files")) << error.what();
             }
@@ -177,8 +189,11 @@ TEST(BackupKilled, FiftyTimesAtRandomMomentsThenResumedEqualsAnUninterruptedBack
               << " more runs ended before their kill):";
     for (const auto& [phase, count] : kills)
         std::cout << " " << count << " " << name(phase) << ";";
-    std::cout << " the last run copied " << last.out.count("\nCopied ") << " of " << referenceCopies
-              << " files. Uninterrupted run " << (copyStartMs + copyMs) / 1000.0 << " s, whole test "
+    int adopted = 0;
+    for (const ManifestRow& row : readManifestRows(resumed))
+        adopted += row.status == "adopted";
+    std::cout << " " << adopted << " files were found complete under their name after a kill and adopted;"
+              << " the last run recorded " << rowLines(last.out) << " of " << referenceRows << " files. Uninterrupted run " << (copyStartMs + copyMs) / 1000.0 << " s, whole test "
               << clock.elapsed() / 1000.0 << " s.\n";
     EXPECT_GE(kills[Phase::database], 3);
     EXPECT_GE(kills[Phase::dryRun], 1);

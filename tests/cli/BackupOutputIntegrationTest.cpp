@@ -95,6 +95,17 @@ TEST(BackupOutput, ProgressLineRedrawsInPlaceOnATerminal)
     EXPECT_FALSE(screen.mid(summary).contains('\x1b'));
     EXPECT_TRUE(screen.mid(summary).contains("\nAlready backed up: 0\n")) << screen.right(300).toStdString();
     EXPECT_TRUE(screen.endsWith('\n'));
+
+    // verify shows its own progress line the same way, gone before its result.
+    const ProgramResult verify = runOnTerminal(phone, {"verify", dest.path()});
+    ASSERT_EQ(verify.exitCode, 0) << verify.describe().toStdString();
+    const QByteArray verifyScreen = QByteArray(verify.out).replace("\r\n", "\n");
+    static const QRegularExpression verifying("\r\x1b\\[2KVerifying (\\d+) of (\\d+) files");
+    EXPECT_TRUE(verifying.match(QString::fromUtf8(verifyScreen)).hasMatch()) << verifyScreen.toStdString();
+    const qsizetype result = verifyScreen.indexOf("Verified ");
+    ASSERT_GT(result, 0) << verifyScreen.toStdString();
+    EXPECT_TRUE(verifyScreen.left(result).endsWith(kClearLine));
+    EXPECT_TRUE(verifyScreen.endsWith(" intact, 0 missing, 0 changed\n")) << verifyScreen.toStdString();
 }
 
 // Not on a terminal: plain lines, no status line. --quiet keeps errors, warnings and the summary.

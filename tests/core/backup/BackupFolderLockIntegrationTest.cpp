@@ -4,6 +4,8 @@
 #include "backup/BackupFolderLock.h"
 
 #include <QCoreApplication>
+#include <QDateTime>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QSysInfo>
 #include <QProcess>
@@ -38,8 +40,29 @@ TEST(BackupFolderLock, OneRunPerFolderAndDeadOwnersAreTakenOver)
               QByteArray::number(deadPid) + "\nombrelo-cli\n" + QSysInfo::machineHostName().toUtf8() + "\n");
     dead.kill();
     dead.waitForFinished();
-    BackupFolderLock takeover(root.path());
-    EXPECT_TRUE(QFile::exists(root.filePath(BackupFolderLock::fileName)));
+    {
+        BackupFolderLock takeover(root.path());
+        EXPECT_TRUE(QFile::exists(root.filePath(BackupFolderLock::fileName)));
+    }
+
+    // A process killed between making the lock file and writing its process id into it leaves an
+    // empty file: taken over once it is a second old (a live owner writes its id at once).
+    for (const int secondsOld : {30, 0}) {
+        SCOPED_TRACE(secondsOld);
+        writeFile(root.filePath(BackupFolderLock::fileName), "");
+        QFile file(root.filePath(BackupFolderLock::fileName));
+        ASSERT_TRUE(file.open(QIODevice::ReadWrite));
+        ASSERT_TRUE(file.setFileTime(QDateTime::currentDateTime().addSecs(-secondsOld), QFileDevice::FileModificationTime));
+        file.close();
+        QElapsedTimer clock;
+        clock.start();
+        BackupFolderLock takeover(root.path());
+        EXPECT_EQ(readFile(root.filePath(BackupFolderLock::fileName)).split('\n').first(),
+                  QByteArray::number(QCoreApplication::applicationPid()));
+        if (secondsOld == 0) {
+            EXPECT_GE(clock.elapsed(), 900);
+        }
+    }
 }
 
 // The engine takes the lock itself for a real run, whichever front end runs it: while another run
