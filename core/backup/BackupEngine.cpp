@@ -82,11 +82,10 @@ constexpr int kMaxNameAttempts = 10000;
 constexpr int64_t kLookahead = 8;
 constexpr int kReadyDownloads = 4;
 
-QString recordKey(const QString& dest, Component component) { return dest + QChar(0) + rawValue(component); }
-
 const QString kFileRowInsert = QStringLiteral("INSERT OR IGNORE INTO files VALUES(?,?,?,?,?,?,?,?,?,?)");
 const QString kFileRowSelect =
     QStringLiteral("SELECT 1 FROM files WHERE asset_uuid=? AND dest=? AND component=?");
+const QString kFileRowsOfFolder = QStringLiteral("SELECT asset_uuid, component FROM files WHERE dest=?");
 
 } // namespace
 
@@ -112,6 +111,7 @@ BackupSummary BackupEngine::run(const BackupOptions& options, const std::functio
     QStringList order;
     QHash<QString, QList<BackupNode>> leavesByAsset;
     QSet<QString> leavesSeen;
+    QSet<QString> dests;
     for (const QString& id : ids) {
         const auto node = m_plan.node(id);
         if (!node)
@@ -120,6 +120,7 @@ BackupSummary BackupEngine::run(const BackupOptions& options, const std::functio
             if (leavesSeen.contains(leaf.id))
                 continue;
             leavesSeen.insert(leaf.id);
+            dests.insert(leaf.relativePath);
             const auto allowed = options.onlyAssets.constFind(leaf.id);
             for (const QString& uuid : leaf.assetUUIDs) {
                 if (allowed != options.onlyAssets.cend() && !allowed->contains(uuid))
@@ -133,6 +134,9 @@ BackupSummary BackupEngine::run(const BackupOptions& options, const std::functio
             }
         }
     }
+
+    // What the manifest records for these folders, read at once rather than file by file.
+    loadRecorded(dests);
 
     const QString tmp = m_root.root() + '/' + tempFolderName;
     // One real run per folder: another run's downloads in the temporary folder are not ours to
@@ -231,7 +235,7 @@ bool BackupEngine::backUp(const LibraryAsset& asset, const QList<BackupNode>& le
     for (const SourceComponent& part : found->parts) {
         QList<BackupNode> pending;
         for (const BackupNode& leaf : targets) {
-            if (recorded(asset.uuid, leaf.relativePath, part.component)) {
+            if (isRecorded(asset.uuid, leaf.relativePath, part.component)) {
                 summary.filesAlreadyBackedUp += 1;
                 log("Already backed up: " + leaf.relativePath + " " + rawValue(part.component) + " of " +
                     name + " (" + part.sourcePath + ")");
@@ -396,9 +400,7 @@ void BackupEngine::lookAhead(const LibraryAsset& asset, const QList<BackupNode>&
         for (const SourceComponent& part : std::as_const(ahead.components->parts)) {
             bool pending = false;
             for (const BackupNode& leaf : std::as_const(targets)) {
-                const bool done = isRecorded(asset.uuid, leaf.relativePath, part.component);
-                ahead.recorded.insert(recordKey(leaf.relativePath, part.component), done);
-                pending = pending || !done;
+                pending = pending || !isRecorded(asset.uuid, leaf.relativePath, part.component);
             }
             if (pending) {
                 const QString destination = tmp + '/' + freshName();
@@ -432,17 +434,6 @@ std::optional<BackupEngine::Components> BackupEngine::componentsOf(const Library
     return ahead->components;
 }
 
-bool BackupEngine::recorded(const QString& asset, const QString& dest, Component component)
-{
-    const auto ahead = m_ahead.constFind(asset);
-    if (ahead != m_ahead.cend()) {
-        const auto known = ahead->recorded.constFind(recordKey(dest, component));
-        if (known != ahead->recorded.cend())
-            return *known;
-    }
-    return isRecorded(asset, dest, component);
-}
-
 BackupEngine::Lookahead::Download BackupEngine::downloadFor(const QString& assetUUID, const SourceComponent& part,
                                                             const QString& tmp)
 {
@@ -458,8 +449,34 @@ BackupEngine::Lookahead::Download BackupEngine::downloadFor(const QString& asset
     return {m_downloads->add(part.sourcePath, destination), destination};
 }
 
+void BackupEngine::loadRecorded(const QSet<QString>& dests)
+{
+    try {
+        QHash<QString, QHash<QString, uint32_t>> recorded;
+        for (const QString& dest : dests) {
+            QHash<QString, uint32_t>& assets = recorded[dest];
+            m_manifest.db().query(kFileRowsOfFolder, {dest}, [&](const SQLRow& row) {
+                const auto uuid = row.text(0);
+                const auto component = componentFromRawValue(row.text(1).value_or(QString()));
+                const auto asset = uuid ? m_plan.assetsByUUID.constFind(*uuid) : m_plan.assetsByUUID.cend();
+                // Rows of assets this library does not have are never asked about.
+                if (component && asset != m_plan.assetsByUUID.cend())
+                    assets[asset.key()] |= 1u << int(*component);
+            });
+        }
+        m_recorded = std::move(recorded);
+    } catch (const SQLiteError&) {
+        // Each file is then looked up on its own, so that a failure fails its asset only.
+    }
+}
+
 bool BackupEngine::isRecorded(const QString& asset, const QString& dest, Component component)
 {
+    if (m_recorded) {
+        const auto folder = m_recorded->constFind(dest);
+        if (folder != m_recorded->cend())
+            return folder->value(asset) & (1u << int(component));
+    }
     bool found = false;
     m_manifest.db().query(kFileRowSelect, {asset, dest, rawValue(component)},
                           [&](const SQLRow&) { found = true; });
@@ -477,6 +494,8 @@ void BackupEngine::insertRow(const LibraryAsset& asset, const QString& dest, con
                              date ? SQLValue::text(m_manifest.formatDate(*date)) : SQLValue::null(),
                              part.sourcePath, Manifest::rawValue(status),
                              m_manifest.formatDate(QDateTime::currentDateTimeUtc())});
+    if (m_recorded)
+        (*m_recorded)[dest][asset.uuid] |= 1u << int(part.component);
 }
 
 std::optional<QStringList> BackupEngine::listing(const QString& directory)

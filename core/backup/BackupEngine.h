@@ -72,8 +72,8 @@ private:
     };
 
     // What was found out about an asset before its turn, so that its downloads could start early:
-    // its components (or the failure to list them), which of its files are already recorded, and
-    // the downloads under way. Used up when the asset's turn comes.
+    // its components (or the failure to list them) and the downloads under way. Used up when the
+    // asset's turn comes.
     struct Lookahead {
         struct Download {
             DownloadQueue::Ticket ticket = 0;
@@ -82,14 +82,12 @@ private:
         bool hasComponents = false;
         std::optional<Components> components;
         std::exception_ptr componentsFailure;
-        QHash<QString, bool> recorded;        // by recordKey()
         QHash<QString, Download> downloads;   // by source path
     };
 
     void lookAhead(const LibraryAsset& asset, const QList<BackupNode>& leaves, const QString& tmp);
     void forget(const QString& assetUUID);
     std::optional<Components> componentsOf(const LibraryAsset& asset);
-    bool recorded(const QString& asset, const QString& dest, Component component);
     // The download of the asset's file: the one begun ahead, or one queued now.
     Lookahead::Download downloadFor(const QString& assetUUID, const SourceComponent& part, const QString& tmp);
     std::optional<QStringList> listing(const QString& directory);
@@ -100,6 +98,7 @@ private:
     void backUpComponent(const LibraryAsset& asset, const SourceComponent& part,
                          const QList<BackupNode>& pending, const QString& tmp, BackupSummary& summary,
                          const EventHandler& onEvent);
+    void loadRecorded(const QSet<QString>& dests);
     bool isRecorded(const QString& asset, const QString& dest, Component component);
     void insertRow(const LibraryAsset& asset, const QString& dest, const SourceComponent& part,
                    const QString& relativePath, const DownloadResult& content, Manifest::Status status);
@@ -115,4 +114,7 @@ private:
     std::optional<QHash<QString, QSet<QString>>> m_knownFilesByDirectory;
     std::unique_ptr<DownloadQueue> m_downloads; // during a real run
     QHash<QString, Lookahead> m_ahead;    // by asset UUID
+    // The files the manifest records, by folder and asset UUID, one bit per Component; kept up to
+    // date with the rows the run writes. Absent when it could not be read.
+    std::optional<QHash<QString, QHash<QString, uint32_t>>> m_recorded;
 };
