@@ -15,6 +15,7 @@
 #include <QFileInfo>
 #include <QUuid>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -74,9 +75,17 @@ void removeTemporaryFolder(const QString& path)
 // Numbering stops somewhere, so that a file system that answers strangely cannot keep a run busy.
 constexpr int kMaxNameAttempts = 10000;
 
+// Assets looked at ahead of their turn, so that their downloads can start early, and the finished
+// downloads allowed to wait in the temporary folder: enough to keep the link busy while a file is
+// copied, synced and recorded (more when it goes into several folders), few enough to take little
+// room and to fetch little in vain when a run is cancelled.
+constexpr int64_t kLookahead = 8;
+constexpr int kReadyDownloads = 4;
+
 const QString kFileRowInsert = QStringLiteral("INSERT OR IGNORE INTO files VALUES(?,?,?,?,?,?,?,?,?,?)");
 const QString kFileRowSelect =
     QStringLiteral("SELECT 1 FROM files WHERE asset_uuid=? AND dest=? AND component=?");
+const QString kFileRowsOfFolder = QStringLiteral("SELECT asset_uuid, component FROM files WHERE dest=?");
 
 } // namespace
 
@@ -102,6 +111,7 @@ BackupSummary BackupEngine::run(const BackupOptions& options, const std::functio
     QStringList order;
     QHash<QString, QList<BackupNode>> leavesByAsset;
     QSet<QString> leavesSeen;
+    QSet<QString> dests;
     for (const QString& id : ids) {
         const auto node = m_plan.node(id);
         if (!node)
@@ -110,6 +120,7 @@ BackupSummary BackupEngine::run(const BackupOptions& options, const std::functio
             if (leavesSeen.contains(leaf.id))
                 continue;
             leavesSeen.insert(leaf.id);
+            dests.insert(leaf.relativePath);
             const auto allowed = options.onlyAssets.constFind(leaf.id);
             for (const QString& uuid : leaf.assetUUIDs) {
                 if (allowed != options.onlyAssets.cend() && !allowed->contains(uuid))
@@ -123,6 +134,9 @@ BackupSummary BackupEngine::run(const BackupOptions& options, const std::functio
             }
         }
     }
+
+    // What the manifest records for these folders, read at once rather than file by file.
+    loadRecorded(dests);
 
     const QString tmp = m_root.root() + '/' + tempFolderName;
     // One real run per folder: another run's downloads in the temporary folder are not ours to
@@ -142,6 +156,9 @@ BackupSummary BackupEngine::run(const BackupOptions& options, const std::functio
     }
 
     const int64_t total = order.size();
+    if (!options.dryRun)
+        m_downloads = std::make_unique<DownloadQueue>(m_source, kReadyDownloads);
+    int64_t lookedAt = 0; // assets before this index have been looked at ahead of their turn
     for (int64_t i = 0; i < total; ++i) {
         if (isCancelled && isCancelled()) {
             summary.cancelled = true;
@@ -152,6 +169,12 @@ BackupSummary BackupEngine::run(const BackupOptions& options, const std::functio
             continue;
         const LibraryAsset& asset = *found;
         send(BackupEvent::makeProgress({i, total, asset.displayName(), summary.bytesCopied}));
+        // This asset's downloads are queued first, then those of the next few.
+        for (; m_downloads && lookedAt <= std::min(i + kLookahead, total - 1); ++lookedAt) {
+            const auto next = m_plan.assetsByUUID.constFind(order[lookedAt]);
+            if (next != m_plan.assetsByUUID.cend())
+                lookAhead(*next, leavesByAsset.value(next->uuid), tmp);
+        }
         try {
             backUp(asset, leavesByAsset.value(asset.uuid), tmp, options.dryRun, summary, send);
         } catch (const std::exception& error) {
@@ -159,7 +182,11 @@ BackupSummary BackupEngine::run(const BackupOptions& options, const std::functio
             summary.errors.append(text);
             send(BackupEvent::makeLog("ERROR " + text));
         }
+        forget(asset.uuid);
     }
+    // Downloads begun for assets a cancelled run did not reach are thrown away.
+    m_ahead.clear();
+    m_downloads.reset();
     // A cancelled run reports nothing done, whatever it finished.
     send(BackupEvent::makeProgress({summary.cancelled ? 0 : total, total, QString(), summary.bytesCopied}));
 
@@ -195,7 +222,7 @@ bool BackupEngine::backUp(const LibraryAsset& asset, const QList<BackupNode>& le
     if (targets.isEmpty())
         return false;
 
-    const auto found = components(asset);
+    const auto found = componentsOf(asset);
     if (!found) {
         summary.assetsNotOnDevice.append(name);
         log("Not on device, skipped: " + name + " (" + asset.directory + "/" + asset.filename + ")");
@@ -235,10 +262,11 @@ void BackupEngine::backUpComponent(const LibraryAsset& asset, const SourceCompon
     const QString name = asset.displayName();
     const auto log = [&](const QString& line) { onEvent(BackupEvent::makeLog(line)); };
 
-    OwnFile download(tmp + '/' + freshName());
+    const Lookahead::Download fetched = downloadFor(asset.uuid, part, tmp);
+    OwnFile download(fetched.destination);
     DownloadResult content;
     try {
-        content = m_source.download(part.sourcePath, download.path());
+        content = m_downloads->take(fetched.ticket);
     } catch (const MediaSourceError& error) {
         if (error.kind() != MediaSourceError::Kind::notFound || part.component == Component::original)
             throw;
@@ -346,8 +374,109 @@ void BackupEngine::backUpComponent(const LibraryAsset& asset, const SourceCompon
     }
 }
 
+void BackupEngine::lookAhead(const LibraryAsset& asset, const QList<BackupNode>& leaves, const QString& tmp)
+{
+    Lookahead& ahead = m_ahead[asset.uuid];
+    QList<BackupNode> targets;
+    QSet<QString> dests;
+    for (const BackupNode& leaf : leaves) {
+        if (DestinationFolder::isSafeRelativePath(leaf.relativePath) && !dests.contains(leaf.relativePath)) {
+            dests.insert(leaf.relativePath);
+            targets.append(leaf);
+        }
+    }
+    if (targets.isEmpty())
+        return; // nothing is read for an asset with nowhere to go
+
+    try {
+        ahead.components = components(asset);
+    } catch (const std::exception&) {
+        ahead.componentsFailure = std::current_exception();
+    }
+    ahead.hasComponents = true;
+    if (!ahead.components)
+        return;
+    try {
+        for (const SourceComponent& part : std::as_const(ahead.components->parts)) {
+            bool pending = false;
+            for (const BackupNode& leaf : std::as_const(targets)) {
+                pending = pending || !isRecorded(asset.uuid, leaf.relativePath, part.component);
+            }
+            if (pending) {
+                const QString destination = tmp + '/' + freshName();
+                ahead.downloads.insert(part.sourcePath,
+                                       {m_downloads->add(part.sourcePath, destination), destination});
+            }
+        }
+    } catch (const std::exception&) {
+        // Nothing more is fetched early; the look-up fails again in its place, failing the asset.
+    }
+}
+
+void BackupEngine::forget(const QString& assetUUID)
+{
+    const auto ahead = m_ahead.find(assetUUID);
+    if (ahead == m_ahead.end())
+        return;
+    // Downloads the asset did not use, because an earlier file of it failed.
+    for (const Lookahead::Download& download : std::as_const(ahead->downloads))
+        m_downloads->drop(download.ticket);
+    m_ahead.erase(ahead);
+}
+
+std::optional<BackupEngine::Components> BackupEngine::componentsOf(const LibraryAsset& asset)
+{
+    const auto ahead = m_ahead.constFind(asset.uuid);
+    if (ahead == m_ahead.cend() || !ahead->hasComponents)
+        return components(asset);
+    if (ahead->componentsFailure)
+        std::rethrow_exception(ahead->componentsFailure);
+    return ahead->components;
+}
+
+BackupEngine::Lookahead::Download BackupEngine::downloadFor(const QString& assetUUID, const SourceComponent& part,
+                                                            const QString& tmp)
+{
+    const auto ahead = m_ahead.find(assetUUID);
+    if (ahead != m_ahead.end()) {
+        if (const auto early = ahead->downloads.constFind(part.sourcePath); early != ahead->downloads.cend()) {
+            const Lookahead::Download download = *early;
+            ahead->downloads.erase(early);
+            return download;
+        }
+    }
+    const QString destination = tmp + '/' + freshName();
+    return {m_downloads->add(part.sourcePath, destination), destination};
+}
+
+void BackupEngine::loadRecorded(const QSet<QString>& dests)
+{
+    try {
+        QHash<QString, QHash<QString, uint32_t>> recorded;
+        for (const QString& dest : dests) {
+            QHash<QString, uint32_t>& assets = recorded[dest];
+            m_manifest.db().query(kFileRowsOfFolder, {dest}, [&](const SQLRow& row) {
+                const auto uuid = row.text(0);
+                const auto component = componentFromRawValue(row.text(1).value_or(QString()));
+                const auto asset = uuid ? m_plan.assetsByUUID.constFind(*uuid) : m_plan.assetsByUUID.cend();
+                // Rows of assets this library does not have are never asked about.
+                if (component && asset != m_plan.assetsByUUID.cend())
+                    assets[asset.key()] |= 1u << int(*component);
+            });
+        }
+        m_recorded = std::move(recorded);
+    } catch (const SQLiteError&) {
+        // Each file is then looked up on its own, so that a failure fails its asset only.
+    }
+}
+
 bool BackupEngine::isRecorded(const QString& asset, const QString& dest, Component component)
 {
+    if (m_recorded) {
+        const auto folder = m_recorded->constFind(dest);
+        if (folder != m_recorded->cend())
+            return folder->value(asset) & (1u << int(component));
+    }
     bool found = false;
     m_manifest.db().query(kFileRowSelect, {asset, dest, rawValue(component)},
                           [&](const SQLRow&) { found = true; });
@@ -365,6 +494,8 @@ void BackupEngine::insertRow(const LibraryAsset& asset, const QString& dest, con
                              date ? SQLValue::text(m_manifest.formatDate(*date)) : SQLValue::null(),
                              part.sourcePath, Manifest::rawValue(status),
                              m_manifest.formatDate(QDateTime::currentDateTimeUtc())});
+    if (m_recorded)
+        (*m_recorded)[dest][asset.uuid] |= 1u << int(part.component);
 }
 
 std::optional<QStringList> BackupEngine::listing(const QString& directory)

@@ -2,6 +2,7 @@
 
 #include "BackupRecords.h"
 #include "DestinationFolder.h"
+#include "DownloadQueue.h"
 #include "Manifest.h"
 #include "device/DownloadResult.h"
 #include "library/LibraryAsset.h"
@@ -15,7 +16,9 @@
 #include <QString>
 #include <QStringList>
 
+#include <exception>
 #include <functional>
+#include <memory>
 #include <optional>
 
 class MediaSource;
@@ -24,8 +27,10 @@ struct BackupPlan;
 // Carries out one backup run: every file of every asset of the ticked folders is checked against
 // the manifest, downloaded once, and copied into each folder that needs it under a name that never
 // replaces anything, with the manifest row written only once the file is complete on disk.
-// One engine per run, used from one thread. It keeps references to the source, the plan and the
-// manifest, which must outlive it.
+// One engine per run, used from one thread: events and cancellation queries come on the thread that
+// called run(). Downloads alone run on a thread of the engine's own, a few files ahead, so the link
+// stays busy while files are written; the source must allow a download beside its other calls.
+// It keeps references to the source, the plan and the manifest, which must outlive it.
 class BackupEngine {
 public:
     using SourceComponent = ::SourceComponent;
@@ -66,6 +71,25 @@ private:
         QHash<QString, QStringList> namesByStem;
     };
 
+    // What was found out about an asset before its turn, so that its downloads could start early:
+    // its components (or the failure to list them) and the downloads under way. Used up when the
+    // asset's turn comes.
+    struct Lookahead {
+        struct Download {
+            DownloadQueue::Ticket ticket = 0;
+            QString destination;
+        };
+        bool hasComponents = false;
+        std::optional<Components> components;
+        std::exception_ptr componentsFailure;
+        QHash<QString, Download> downloads;   // by source path
+    };
+
+    void lookAhead(const LibraryAsset& asset, const QList<BackupNode>& leaves, const QString& tmp);
+    void forget(const QString& assetUUID);
+    std::optional<Components> componentsOf(const LibraryAsset& asset);
+    // The download of the asset's file: the one begun ahead, or one queued now.
+    Lookahead::Download downloadFor(const QString& assetUUID, const SourceComponent& part, const QString& tmp);
     std::optional<QStringList> listing(const QString& directory);
     std::optional<FolderIndex> folderIndex(const QString& directory);
     const QHash<QString, QSet<QString>>& knownFilesByDirectory();
@@ -74,6 +98,7 @@ private:
     void backUpComponent(const LibraryAsset& asset, const SourceComponent& part,
                          const QList<BackupNode>& pending, const QString& tmp, BackupSummary& summary,
                          const EventHandler& onEvent);
+    void loadRecorded(const QSet<QString>& dests);
     bool isRecorded(const QString& asset, const QString& dest, Component component);
     void insertRow(const LibraryAsset& asset, const QString& dest, const SourceComponent& part,
                    const QString& relativePath, const DownloadResult& content, Manifest::Status status);
@@ -87,4 +112,9 @@ private:
     QHash<QString, FolderIndex> m_folderIndexes;
     QHash<QString, QSet<QString>> m_destStems;
     std::optional<QHash<QString, QSet<QString>>> m_knownFilesByDirectory;
+    std::unique_ptr<DownloadQueue> m_downloads; // during a real run
+    QHash<QString, Lookahead> m_ahead;    // by asset UUID
+    // The files the manifest records, by folder and asset UUID, one bit per Component; kept up to
+    // date with the rows the run writes. Absent when it could not be read.
+    std::optional<QHash<QString, QHash<QString, uint32_t>>> m_recorded;
 };
