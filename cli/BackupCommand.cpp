@@ -142,7 +142,10 @@ BackupSummary BackupRun::runEngine(MediaSource& source, const BackupPlan& plan, 
             if (options.dryRun)
                 return;
             tracker.update(event.progress);
-            m_status.setStatus(tracker.statusLine(), event.progress.currentName.isEmpty());
+            // Made only when it is drawn: a run through a backed-up library sends thousands a second.
+            const bool closing = event.progress.currentName.isEmpty();
+            if (m_status.wantsStatus(closing))
+                m_status.setStatus(tracker.statusLine(), closing);
         });
 }
 

@@ -24,11 +24,13 @@ TerminalStatus::~TerminalStatus() { clear(); }
 void TerminalStatus::setStatus(const QString& text, bool force)
 {
     m_status = text;
-    if (!m_isTerminal)
-        return;
-    if (!force && m_sinceDraw.isValid() && m_sinceDraw.elapsed() < 100)
-        return;
-    draw();
+    if (wantsStatus(force))
+        draw();
+}
+
+bool TerminalStatus::wantsStatus(bool force) const
+{
+    return m_isTerminal && (force || !m_sinceDraw.isValid() || m_sinceDraw.elapsed() >= 100);
 }
 
 void TerminalStatus::draw()

@@ -13,6 +13,9 @@ public:
 
     // Redraws the status line, at most ten times a second unless `force` is set.
     void setStatus(const QString& text, bool force = false);
+    // Whether setStatus would draw now: a caller with thousands of updates a second makes the
+    // text only then.
+    bool wantsStatus(bool force = false) const;
     // Prints a whole line above the status line.
     void printLine(const QString& line);
     // Removes the status line, leaving the cursor at the start of an empty line.

@@ -13,6 +13,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QStringBuilder>
 #include <QUuid>
 
 #include <algorithm>
@@ -38,6 +39,24 @@ QString describe(const std::exception& error)
 }
 
 QString freshName() { return QUuid::createUuid().toString(QUuid::WithoutBraces); }
+
+// Whether a name beside an asset's file could be one of its files: a live video or a sidecar
+// (an extension as FileNaming::split cuts it, any case).
+bool isSiblingKind(const QString& name)
+{
+    const qsizetype dot = name.lastIndexOf(u'.');
+    if (dot <= 0)
+        return false;
+    const QStringView ext = QStringView(name).mid(dot + 1);
+    return ext.compare(u"MOV", Qt::CaseInsensitive) == 0 || ext.compare(u"AAE", Qt::CaseInsensitive) == 0;
+}
+
+// A file name's stem (as FileNaming::split cuts it), case-folded: how names beside an asset are matched.
+QString foldedStem(const QString& name)
+{
+    const qsizetype dot = name.lastIndexOf(u'.');
+    return (dot <= 0 ? name : name.left(dot)).toCaseFolded();
+}
 
 // Removes a file of the engine's own (a download or a copy waiting for its name) when the scope
 // ends, however it ends. A file that is already gone is not an error.
@@ -81,11 +100,14 @@ constexpr int kMaxNameAttempts = 10000;
 // room and to fetch little in vain when a run is cancelled.
 constexpr int64_t kLookahead = 8;
 constexpr int kReadyDownloads = 4;
+// Assets whose edits folder is listed ahead: with everything backed up already, listing those
+// folders is most of the time a run takes, and the next ones are listed while lines are sent.
+constexpr int64_t kListingLookahead = 32;
 
 const QString kFileRowInsert = QStringLiteral("INSERT OR IGNORE INTO files VALUES(?,?,?,?,?,?,?,?,?,?)");
 const QString kFileRowSelect =
     QStringLiteral("SELECT 1 FROM files WHERE asset_uuid=? AND dest=? AND component=?");
-const QString kFileRowsOfFolder = QStringLiteral("SELECT asset_uuid, component FROM files WHERE dest=?");
+const QString kFileRowKeys = QStringLiteral("SELECT asset_uuid, dest, component FROM files ORDER BY asset_uuid");
 
 } // namespace
 
@@ -108,8 +130,12 @@ BackupSummary BackupEngine::run(const BackupOptions& options, const std::functio
     // The work list: each asset once, with every leaf it goes to, in order of first appearance.
     QStringList ids(options.nodeIDs.cbegin(), options.nodeIDs.cend());
     ids.sort();
-    QStringList order;
-    QHash<QString, QList<BackupNode>> leavesByAsset;
+    QList<BackupNode> leaves;                      // every leaf of the run, once
+    // The assets in order; none for a UUID the plan does not know, which still counts in the total.
+    std::vector<const LibraryAsset*> order;
+    QHash<const LibraryAsset*, qsizetype> position; // an asset's place in `order`
+    QHash<QString, qsizetype> unknownPosition;
+    std::vector<std::pair<qsizetype, int>> placed; // (place in `order`, index in `leaves`)
     QSet<QString> leavesSeen;
     QSet<QString> dests;
     for (const QString& id : ids) {
@@ -121,19 +147,42 @@ BackupSummary BackupEngine::run(const BackupOptions& options, const std::functio
                 continue;
             leavesSeen.insert(leaf.id);
             dests.insert(leaf.relativePath);
+            const int leafIndex = int(leaves.size());
+            leaves.append(leaf);
             const auto allowed = options.onlyAssets.constFind(leaf.id);
             for (const QString& uuid : leaf.assetUUIDs) {
                 if (allowed != options.onlyAssets.cend() && !allowed->contains(uuid))
                     continue;
-                auto entry = leavesByAsset.find(uuid);
-                if (entry == leavesByAsset.end()) {
-                    order.append(uuid);
-                    entry = leavesByAsset.insert(uuid, {});
+                const auto known = m_plan.assetsByUUID.constFind(uuid);
+                const LibraryAsset* asset = known == m_plan.assetsByUUID.cend() ? nullptr : &*known;
+                // Keyed by the asset itself where there is one: no text to hash and compare.
+                qsizetype at = asset ? position.value(asset, -1) : unknownPosition.value(uuid, -1);
+                if (at < 0) {
+                    at = qsizetype(order.size());
+                    order.push_back(asset);
+                    if (asset)
+                        position.insert(asset, at);
+                    else
+                        unknownPosition.insert(uuid, at);
                 }
-                entry->append(leaf);
+                placed.push_back({at, leafIndex});
             }
         }
     }
+    position.clear();
+    unknownPosition.clear();
+    // Grouped by asset, each asset's leaves in the order they were met.
+    std::stable_sort(placed.begin(), placed.end(),
+                     [](const auto& a, const auto& b) { return a.first < b.first; });
+    std::vector<size_t> firstPlaced(size_t(order.size()) + 1, placed.size());
+    for (size_t k = placed.size(); k-- > 0;)
+        firstPlaced[size_t(placed[k].first)] = k;
+    const auto leavesOf = [&](int64_t i) {
+        QList<BackupNode> result;
+        for (size_t k = firstPlaced[size_t(i)]; k < placed.size() && placed[k].first == i; ++k)
+            result.append(leaves[placed[k].second]);
+        return result;
+    };
 
     // What the manifest records for these folders, read at once rather than file by file.
     loadRecorded(dests);
@@ -155,28 +204,28 @@ BackupSummary BackupEngine::run(const BackupOptions& options, const std::functio
         }
     }
 
-    const int64_t total = order.size();
-    if (!options.dryRun)
-        m_downloads = std::make_unique<DownloadQueue>(m_source, kReadyDownloads);
+    const auto total = int64_t(order.size());
+    m_queue = std::make_unique<SourceQueue>(m_source, kReadyDownloads);
     int64_t lookedAt = 0; // assets before this index have been looked at ahead of their turn
+    int64_t listedAt = 0; // and their folders listed ahead
     for (int64_t i = 0; i < total; ++i) {
         if (isCancelled && isCancelled()) {
             summary.cancelled = true;
             break;
         }
-        const auto found = m_plan.assetsByUUID.constFind(order[i]);
-        if (found == m_plan.assetsByUUID.cend())
+        if (!order[size_t(i)])
             continue;
-        const LibraryAsset& asset = *found;
+        const LibraryAsset& asset = *order[size_t(i)];
         send(BackupEvent::makeProgress({i, total, asset.displayName(), summary.bytesCopied}));
+        for (; listedAt <= std::min(i + kListingLookahead, total - 1); ++listedAt)
+            if (const LibraryAsset* next = order[size_t(listedAt)])
+                listAhead(*next);
         // This asset's downloads are queued first, then those of the next few.
-        for (; m_downloads && lookedAt <= std::min(i + kLookahead, total - 1); ++lookedAt) {
-            const auto next = m_plan.assetsByUUID.constFind(order[lookedAt]);
-            if (next != m_plan.assetsByUUID.cend())
-                lookAhead(*next, leavesByAsset.value(next->uuid), tmp);
-        }
+        for (; !options.dryRun && lookedAt <= std::min(i + kLookahead, total - 1); ++lookedAt)
+            if (const LibraryAsset* next = order[size_t(lookedAt)])
+                lookAhead(*next, leavesOf(lookedAt), tmp);
         try {
-            backUp(asset, leavesByAsset.value(asset.uuid), tmp, options.dryRun, summary, send);
+            backUp(asset, leavesOf(i), tmp, options.dryRun, summary, send);
         } catch (const std::exception& error) {
             const QString text = asset.displayName() + ": " + describe(error);
             summary.errors.append(text);
@@ -186,7 +235,8 @@ BackupSummary BackupEngine::run(const BackupOptions& options, const std::functio
     }
     // Downloads begun for assets a cancelled run did not reach are thrown away.
     m_ahead.clear();
-    m_downloads.reset();
+    m_pendingListings.clear();
+    m_queue.reset();
     // A cancelled run reports nothing done, whatever it finished.
     send(BackupEvent::makeProgress({summary.cancelled ? 0 : total, total, QString(), summary.bytesCopied}));
 
@@ -198,26 +248,24 @@ BackupSummary BackupEngine::run(const BackupOptions& options, const std::functio
 bool BackupEngine::backUp(const LibraryAsset& asset, const QList<BackupNode>& leaves, const QString& tmp,
                           bool dryRun, BackupSummary& summary, const EventHandler& onEvent)
 {
-    const QString name = asset.displayName();
+    const QString& name = asset.displayName();
     const auto log = [&](const QString& line) { onEvent(BackupEvent::makeLog(line)); };
     const auto fail = [&](const QString& text) {
-        summary.errors.append(name + ": " + text);
-        log("ERROR " + name + ": " + text);
+        summary.errors.append(name % u": " % text);
+        log(u"ERROR " % name % u": " % text);
     };
 
     // A folder path that would lead outside the backup folder (it may come from a manifest) is
     // refused here, before anything is read or written for it.
     QList<BackupNode> targets;
-    QSet<QString> dests;
     for (const BackupNode& leaf : leaves) {
         if (!DestinationFolder::isSafeRelativePath(leaf.relativePath)) {
             fail(BackupError::unsafeFolder(leaf.relativePath).description());
             continue;
         }
-        if (!dests.contains(leaf.relativePath)) {
-            dests.insert(leaf.relativePath);
+        if (std::none_of(targets.cbegin(), targets.cend(),
+                         [&](const BackupNode& target) { return target.relativePath == leaf.relativePath; }))
             targets.append(leaf);
-        }
     }
     if (targets.isEmpty())
         return false;
@@ -225,11 +273,11 @@ bool BackupEngine::backUp(const LibraryAsset& asset, const QList<BackupNode>& le
     const auto found = componentsOf(asset);
     if (!found) {
         summary.assetsNotOnDevice.append(name);
-        log("Not on device, skipped: " + name + " (" + asset.directory + "/" + asset.filename + ")");
+        log(u"Not on device, skipped: " % name % u" (" % asset.directory % u'/' % asset.filename % u')');
         return false;
     }
     for (const QString& extra : found->unhandled)
-        fail("unexpected extra file not backed up: " + extra);
+        fail(u"unexpected extra file not backed up: " % extra);
 
     bool anyPending = false;
     for (const SourceComponent& part : found->parts) {
@@ -237,8 +285,8 @@ bool BackupEngine::backUp(const LibraryAsset& asset, const QList<BackupNode>& le
         for (const BackupNode& leaf : targets) {
             if (isRecorded(asset.uuid, leaf.relativePath, part.component)) {
                 summary.filesAlreadyBackedUp += 1;
-                log("Already backed up: " + leaf.relativePath + " " + rawValue(part.component) + " of " +
-                    name + " (" + part.sourcePath + ")");
+                log(u"Already backed up: " % leaf.relativePath % u' ' % rawValue(part.component) % u" of " % name %
+                    u" (" % part.sourcePath % u')');
             } else {
                 pending.append(leaf);
             }
@@ -266,7 +314,7 @@ void BackupEngine::backUpComponent(const LibraryAsset& asset, const SourceCompon
     OwnFile download(fetched.destination);
     DownloadResult content;
     try {
-        content = m_downloads->take(fetched.ticket);
+        content = m_queue->takeDownload(fetched.ticket);
     } catch (const MediaSourceError& error) {
         if (error.kind() != MediaSourceError::Kind::notFound || part.component == Component::original)
             throw;
@@ -378,12 +426,11 @@ void BackupEngine::lookAhead(const LibraryAsset& asset, const QList<BackupNode>&
 {
     Lookahead& ahead = m_ahead[asset.uuid];
     QList<BackupNode> targets;
-    QSet<QString> dests;
     for (const BackupNode& leaf : leaves) {
-        if (DestinationFolder::isSafeRelativePath(leaf.relativePath) && !dests.contains(leaf.relativePath)) {
-            dests.insert(leaf.relativePath);
+        if (DestinationFolder::isSafeRelativePath(leaf.relativePath) &&
+            std::none_of(targets.cbegin(), targets.cend(),
+                         [&](const BackupNode& target) { return target.relativePath == leaf.relativePath; }))
             targets.append(leaf);
-        }
     }
     if (targets.isEmpty())
         return; // nothing is read for an asset with nowhere to go
@@ -404,8 +451,7 @@ void BackupEngine::lookAhead(const LibraryAsset& asset, const QList<BackupNode>&
             }
             if (pending) {
                 const QString destination = tmp + '/' + freshName();
-                ahead.downloads.insert(part.sourcePath,
-                                       {m_downloads->add(part.sourcePath, destination), destination});
+                ahead.downloads.insert(part.sourcePath, {m_queue->download(part.sourcePath, destination), destination});
             }
         }
     } catch (const std::exception&) {
@@ -420,7 +466,7 @@ void BackupEngine::forget(const QString& assetUUID)
         return;
     // Downloads the asset did not use, because an earlier file of it failed.
     for (const Lookahead::Download& download : std::as_const(ahead->downloads))
-        m_downloads->drop(download.ticket);
+        m_queue->drop(download.ticket);
     m_ahead.erase(ahead);
 }
 
@@ -446,36 +492,80 @@ BackupEngine::Lookahead::Download BackupEngine::downloadFor(const QString& asset
         }
     }
     const QString destination = tmp + '/' + freshName();
-    return {m_downloads->add(part.sourcePath, destination), destination};
+    return {m_queue->download(part.sourcePath, destination), destination};
 }
 
 void BackupEngine::loadRecorded(const QSet<QString>& dests)
 {
+    // The rows are compared as the database holds them, UTF-8, and converted only when they change.
+    static const auto rawComponents = [] {
+        QList<QPair<QByteArray, Component>> raw;
+        for (Component component : allComponents())
+            raw.append({rawValue(component).toUtf8(), component});
+        return raw;
+    }();
     try {
-        QHash<QString, QHash<QString, uint32_t>> recorded;
-        for (const QString& dest : dests) {
-            QHash<QString, uint32_t>& assets = recorded[dest];
-            m_manifest.db().query(kFileRowsOfFolder, {dest}, [&](const SQLRow& row) {
-                const auto uuid = row.text(0);
-                const auto component = componentFromRawValue(row.text(1).value_or(QString()));
-                const auto asset = uuid ? m_plan.assetsByUUID.constFind(*uuid) : m_plan.assetsByUUID.cend();
-                // Rows of assets this library does not have are never asked about.
-                if (component && asset != m_plan.assetsByUUID.cend())
-                    assets[asset.key()] |= 1u << int(*component);
-            });
-        }
+        QHash<QByteArray, QString> folders;
+        for (const QString& dest : dests)
+            folders.insert(dest.toUtf8(), dest);
+        QHash<QString, RecordedFolders> recorded;
+        QByteArray lastUuid, lastDest;
+        const QString* folder = nullptr;
+        RecordedFolders current; // the rows of `lastUuid`, which come together
+        const auto keep = [&] {
+            if (current.isEmpty())
+                return;
+            RecordedFolders& entry = recorded[QString::fromUtf8(lastUuid)];
+            for (const RecordedFolder& row : std::as_const(current))
+                recordIn(entry, row.dest, row.components);
+            current.clear();
+        };
+        // One pass over the primary key's index, which holds the three columns in asset order: far
+        // fewer pages than one look-up per file or folder, whose rows lie all over the table.
+        m_manifest.db().query(kFileRowKeys, {}, [&](const SQLRow& row) {
+            if (const QByteArrayView uuid = row.utf8(0); uuid != lastUuid || lastUuid.isNull()) {
+                keep();
+                lastUuid = uuid.toByteArray();
+            }
+            if (const QByteArrayView dest = row.utf8(1); dest != lastDest || lastDest.isNull()) {
+                lastDest = dest.toByteArray();
+                const auto found = folders.constFind(lastDest);
+                folder = found == folders.cend() ? nullptr : &*found;
+            }
+            if (!folder)
+                return;
+            const QByteArrayView component = row.utf8(2);
+            for (const auto& [raw, value] : rawComponents)
+                if (component == raw)
+                    recordIn(current, *folder, 1u << int(value));
+        });
+        keep();
         m_recorded = std::move(recorded);
+        m_recordedFolders = dests;
     } catch (const SQLiteError&) {
         // Each file is then looked up on its own, so that a failure fails its asset only.
     }
 }
 
+void BackupEngine::recordIn(RecordedFolders& folders, const QString& dest, uint32_t components)
+{
+    for (RecordedFolder& folder : folders)
+        if (folder.dest == dest) {
+            folder.components |= components;
+            return;
+        }
+    folders.append({dest, components});
+}
+
 bool BackupEngine::isRecorded(const QString& asset, const QString& dest, Component component)
 {
-    if (m_recorded) {
-        const auto folder = m_recorded->constFind(dest);
-        if (folder != m_recorded->cend())
-            return folder->value(asset) & (1u << int(component));
+    if (m_recorded && m_recordedFolders.contains(dest)) {
+        const auto folders = m_recorded->constFind(asset);
+        if (folders != m_recorded->cend())
+            for (const RecordedFolder& folder : *folders)
+                if (folder.dest == dest)
+                    return folder.components & (1u << int(component));
+        return false;
     }
     bool found = false;
     m_manifest.db().query(kFileRowSelect, {asset, dest, rawValue(component)},
@@ -495,7 +585,7 @@ void BackupEngine::insertRow(const LibraryAsset& asset, const QString& dest, con
                              part.sourcePath, Manifest::rawValue(status),
                              m_manifest.formatDate(QDateTime::currentDateTimeUtc())});
     if (m_recorded)
-        (*m_recorded)[dest][asset.uuid] |= 1u << int(part.component);
+        recordIn((*m_recorded)[asset.uuid], dest, 1u << int(part.component));
 }
 
 std::optional<QStringList> BackupEngine::listing(const QString& directory)
@@ -505,7 +595,16 @@ std::optional<QStringList> BackupEngine::listing(const QString& directory)
         return *cached;
     std::optional<QStringList> names;
     try {
-        names = m_source.listDirectory(directory);
+        if (!m_queue) {
+            names = m_source.listDirectory(directory);
+        } else {
+            const auto pending = m_pendingListings.find(directory);
+            const SourceQueue::Ticket ticket =
+                pending != m_pendingListings.end() ? *pending : m_queue->list(directory);
+            if (pending != m_pendingListings.end())
+                m_pendingListings.erase(pending);
+            names = m_queue->takeListing(ticket);
+        }
     } catch (const MediaSourceError& error) {
         if (error.kind() != MediaSourceError::Kind::notFound)
             throw;
@@ -514,31 +613,53 @@ std::optional<QStringList> BackupEngine::listing(const QString& directory)
     return names;
 }
 
-std::optional<BackupEngine::FolderIndex> BackupEngine::folderIndex(const QString& directory)
+void BackupEngine::listAhead(const LibraryAsset& asset)
 {
-    auto found = m_folderIndexes.find(directory);
-    if (found == m_folderIndexes.end()) {
-        const auto names = listing(directory);
+    if (!asset.hasAdjustments)
+        return;
+    // Only for an asset that components() will go on to look at: its own folder, already listed,
+    // holds its file.
+    const auto index = m_folderIndexes.constFind(asset.directory);
+    if (index == m_folderIndexes.cend())
+        return;
+    const auto siblings = index->namesByStem.constFind(foldedStem(asset.filename));
+    if (siblings == index->namesByStem.cend() || !siblings->contains(asset.filename))
+        return;
+    const QString folder = adjustmentsFolder(asset, FileNaming::split(asset.filename).stem);
+    if (!m_listingCache.contains(folder) && !m_pendingListings.contains(folder))
+        m_pendingListings.insert(folder, m_queue->list(folder));
+}
+
+QString BackupEngine::adjustmentsFolder(const LibraryAsset& asset, const QString& stem)
+{
+    return u"/PhotoData/Mutations/" % asset.directory % u'/' % stem % u"/Adjustments";
+}
+
+const BackupEngine::FolderIndex* BackupEngine::folderIndex(const QString& directory)
+{
+    auto found = m_folderIndexes.constFind(directory);
+    if (found == m_folderIndexes.cend()) {
+        const auto names = listing(u'/' + directory);
         if (!names)
-            return std::nullopt;
+            return nullptr;
         QStringList sorted = *names;
         sorted.sort();
         FolderIndex index;
-        for (const QString& name : std::as_const(sorted)) {
-            index.names.insert(name);
-            index.namesByStem[FileNaming::split(name).stem.toCaseFolded()].append(name);
-        }
+        for (const QString& name : std::as_const(sorted))
+            index.namesByStem[foldedStem(name)].append(name);
         found = m_folderIndexes.insert(directory, std::move(index));
     }
-    return *found; // shared, not copied
+    return &*found; // valid until the next folder is indexed
 }
 
 const QHash<QString, QSet<QString>>& BackupEngine::knownFilesByDirectory()
 {
     if (!m_knownFilesByDirectory) {
+        // Only a sibling that could be a live video or a sidecar is ever looked up here.
         QHash<QString, QSet<QString>> known;
         for (const LibraryAsset& asset : m_plan.library.assets)
-            known[asset.directory].insert(asset.filename);
+            if (isSiblingKind(asset.filename))
+                known[asset.directory].insert(asset.filename);
         m_knownFilesByDirectory = std::move(known);
     }
     return *m_knownFilesByDirectory;
@@ -546,14 +667,18 @@ const QHash<QString, QSet<QString>>& BackupEngine::knownFilesByDirectory()
 
 std::optional<BackupEngine::Components> BackupEngine::components(const LibraryAsset& asset)
 {
-    const QString directory = "/" + asset.directory;
-    const std::optional<FolderIndex> index = folderIndex(directory);
-    if (!index || !index->names.contains(asset.filename))
+    const FolderIndex* index = folderIndex(asset.directory);
+    if (!index)
+        return std::nullopt;
+    // The names whose stem equals the original's without regard to case, in ascending order.
+    const auto siblings = index->namesByStem.constFind(foldedStem(asset.filename));
+    if (siblings == index->namesByStem.cend() || !siblings->contains(asset.filename))
         return std::nullopt;
 
+    const QString directory = u'/' + asset.directory;
     const FileNaming::Parts original = FileNaming::split(asset.filename);
     Components result;
-    result.parts.append({Component::original, directory + "/" + asset.filename, original.ext});
+    result.parts.append({Component::original, directory % u'/' % asset.filename, original.ext});
     // One file of each kind at most; a second one is reported, never copied.
     const auto add = [&](Component component, const QString& path, const QString& fileName) {
         for (const SourceComponent& part : std::as_const(result.parts))
@@ -564,33 +689,31 @@ std::optional<BackupEngine::Components> BackupEngine::components(const LibraryAs
         result.parts.append({component, path, FileNaming::split(fileName).ext});
     };
 
-    static const QSet<QString> none;
-    const auto knownHere = knownFilesByDirectory().constFind(asset.directory);
-    const QSet<QString>& known = knownHere == knownFilesByDirectory().cend() ? none : *knownHere;
-    // The names whose stem equals the original's without regard to case, in ascending order.
-    const QStringList siblings = index->namesByStem.value(original.stem.toCaseFolded());
-    for (const QString& sibling : siblings) {
-        if (sibling == asset.filename || known.contains(sibling))
-            continue;
-        const QString ext = FileNaming::split(sibling).ext.toUpper();
-        if (ext == "MOV" && !asset.isVideo)
-            add(Component::liveVideo, directory + "/" + sibling, sibling);
-        else if (ext == "AAE")
-            add(Component::aae, directory + "/" + sibling, sibling);
+    if (siblings->size() > 1) {
+        static const QSet<QString> none;
+        const auto knownHere = knownFilesByDirectory().constFind(asset.directory);
+        const QSet<QString>& known = knownHere == knownFilesByDirectory().cend() ? none : *knownHere;
+        for (const QString& sibling : *siblings) {
+            if (sibling == asset.filename || !isSiblingKind(sibling) || known.contains(sibling))
+                continue;
+            if (sibling.endsWith(u".MOV", Qt::CaseInsensitive) && !asset.isVideo)
+                add(Component::liveVideo, directory % u'/' % sibling, sibling);
+            else if (sibling.endsWith(u".AAE", Qt::CaseInsensitive))
+                add(Component::aae, directory % u'/' % sibling, sibling);
+        }
     }
 
     if (asset.hasAdjustments) {
-        const QString folder =
-            "/PhotoData/Mutations/" + asset.directory + "/" + original.stem + "/Adjustments";
+        const QString folder = adjustmentsFolder(asset, original.stem);
         QStringList edits = listing(folder).value_or(QStringList());
         edits.sort();
         for (const QString& edit : std::as_const(edits)) {
-            const QString path = folder + "/" + edit;
+            const QString path = folder % u'/' % edit;
             const FileNaming::Parts parts = FileNaming::split(edit);
-            if (edit == "Adjustments.plist") {
+            if (edit == u"Adjustments.plist") {
                 add(Component::adjustments, path, edit);
-            } else if (parts.stem == "FullSizeRender") {
-                const bool isMovie = parts.ext.toLower() == "mov";
+            } else if (parts.stem == u"FullSizeRender") {
+                const bool isMovie = parts.ext.toLower() == u"mov";
                 if (asset.isVideo)
                     add(isMovie ? Component::edited : Component::editedStill, path, edit);
                 else

@@ -2,7 +2,7 @@
 
 #include "BackupRecords.h"
 #include "DestinationFolder.h"
-#include "DownloadQueue.h"
+#include "SourceQueue.h"
 #include "Manifest.h"
 #include "device/DownloadResult.h"
 #include "library/LibraryAsset.h"
@@ -15,6 +15,7 @@
 #include <QSet>
 #include <QString>
 #include <QStringList>
+#include <QVarLengthArray>
 
 #include <exception>
 #include <functional>
@@ -28,8 +29,8 @@ struct BackupPlan;
 // the manifest, downloaded once, and copied into each folder that needs it under a name that never
 // replaces anything, with the manifest row written only once the file is complete on disk.
 // One engine per run, used from one thread: events and cancellation queries come on the thread that
-// called run(). Downloads alone run on a thread of the engine's own, a few files ahead, so the link
-// stays busy while files are written; the source must allow a download beside its other calls.
+// called run(). During a run the source is called from a thread of the engine's own, which lists
+// folders and downloads files a little ahead, so that the link stays busy while files are written.
 // It keeps references to the source, the plan and the manifest, which must outlive it.
 class BackupEngine {
 public:
@@ -64,10 +65,9 @@ public:
 private:
     using EventHandler = std::function<void(const BackupEvent&)>;
 
-    // A listed device folder, ready for asking about one asset: its names, and its names grouped by
-    // case-folded stem in ascending order.
+    // A listed device folder, ready for asking about one asset: its names grouped by case-folded
+    // stem, in ascending order.
     struct FolderIndex {
-        QSet<QString> names;
         QHash<QString, QStringList> namesByStem;
     };
 
@@ -76,7 +76,7 @@ private:
     // asset's turn comes.
     struct Lookahead {
         struct Download {
-            DownloadQueue::Ticket ticket = 0;
+            SourceQueue::Ticket ticket = 0;
             QString destination;
         };
         bool hasComponents = false;
@@ -86,19 +86,30 @@ private:
     };
 
     void lookAhead(const LibraryAsset& asset, const QList<BackupNode>& leaves, const QString& tmp);
+    void listAhead(const LibraryAsset& asset);
+    static QString adjustmentsFolder(const LibraryAsset& asset, const QString& stem);
     void forget(const QString& assetUUID);
     std::optional<Components> componentsOf(const LibraryAsset& asset);
     // The download of the asset's file: the one begun ahead, or one queued now.
     Lookahead::Download downloadFor(const QString& assetUUID, const SourceComponent& part, const QString& tmp);
     std::optional<QStringList> listing(const QString& directory);
-    std::optional<FolderIndex> folderIndex(const QString& directory);
+    // The folder of the library's `directory` (no leading "/"); nothing when it is not on the device.
+    const FolderIndex* folderIndex(const QString& directory);
     const QHash<QString, QSet<QString>>& knownFilesByDirectory();
     bool backUp(const LibraryAsset& asset, const QList<BackupNode>& leaves, const QString& tmp, bool dryRun,
                 BackupSummary& summary, const EventHandler& onEvent);
     void backUpComponent(const LibraryAsset& asset, const SourceComponent& part,
                          const QList<BackupNode>& pending, const QString& tmp, BackupSummary& summary,
                          const EventHandler& onEvent);
+    // Which components of an asset the manifest records in one folder: one bit per Component.
+    struct RecordedFolder {
+        QString dest;
+        uint32_t components = 0;
+    };
+    using RecordedFolders = QVarLengthArray<RecordedFolder, 2>;
+
     void loadRecorded(const QSet<QString>& dests);
+    static void recordIn(RecordedFolders& folders, const QString& dest, uint32_t components);
     bool isRecorded(const QString& asset, const QString& dest, Component component);
     void insertRow(const LibraryAsset& asset, const QString& dest, const SourceComponent& part,
                    const QString& relativePath, const DownloadResult& content, Manifest::Status status);
@@ -112,9 +123,11 @@ private:
     QHash<QString, FolderIndex> m_folderIndexes;
     QHash<QString, QSet<QString>> m_destStems;
     std::optional<QHash<QString, QSet<QString>>> m_knownFilesByDirectory;
-    std::unique_ptr<DownloadQueue> m_downloads; // during a real run
+    std::unique_ptr<SourceQueue> m_queue;          // during a run
+    QHash<QString, SourceQueue::Ticket> m_pendingListings; // listings asked for ahead, by folder
     QHash<QString, Lookahead> m_ahead;    // by asset UUID
-    // The files the manifest records, by folder and asset UUID, one bit per Component; kept up to
-    // date with the rows the run writes. Absent when it could not be read.
-    std::optional<QHash<QString, QHash<QString, uint32_t>>> m_recorded;
+    // The files the manifest records in the run's folders, by asset UUID, read at the start and
+    // kept up to date with the rows the run writes. Absent when it could not be read.
+    std::optional<QHash<QString, RecordedFolders>> m_recorded;
+    QSet<QString> m_recordedFolders;
 };

@@ -4,6 +4,7 @@
 
 #include <QFile>
 #include <QStringList>
+#include <QStringTokenizer>
 
 #include <cerrno>
 #include <cstdio>
@@ -36,11 +37,11 @@ bool DestinationFolder::isSafeRelativePath(const QString& relativePath)
 {
     if (relativePath.isEmpty() || relativePath.startsWith('/') || relativePath.contains(QChar(0)))
         return false;
-    const QStringList parts = relativePath.split('/');
-    for (const QString& part : parts)
-        if (part.isEmpty() || part == "." || part == "..")
+    // Asked for every file of a run: looked at in place rather than split into copies.
+    for (const QStringView part : QStringTokenizer(relativePath, u'/'))
+        if (part.isEmpty() || part == u"." || part == u"..")
             return false;
-    return !parts.first().startsWith(".ombrelo", Qt::CaseInsensitive);
+    return !relativePath.startsWith(u".ombrelo", Qt::CaseInsensitive);
 }
 
 bool DestinationFolder::isSafeFileName(const QString& name)

@@ -68,6 +68,12 @@ std::optional<QString> SQLRow::text(int column) const
     return QString::fromUtf8(bytes, sqlite3_column_bytes(m_statement, column));
 }
 
+QByteArrayView SQLRow::utf8(int column) const
+{
+    const auto* bytes = reinterpret_cast<const char*>(sqlite3_column_text(m_statement, column));
+    return bytes ? QByteArrayView(bytes, sqlite3_column_bytes(m_statement, column)) : QByteArrayView();
+}
+
 SQLiteDB::SQLiteDB(const QString& path, bool readOnly, bool create)
 {
     sqlite3* handle = nullptr;

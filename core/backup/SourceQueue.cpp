@@ -1,4 +1,4 @@
-#include "DownloadQueue.h"
+#include "SourceQueue.h"
 
 #include "device/MediaSource.h"
 
@@ -6,9 +6,9 @@
 
 #include <stdexcept>
 
-DownloadQueue::DownloadQueue(MediaSource& source, int maxReady) : m_source(source), m_maxReady(maxReady) {}
+SourceQueue::SourceQueue(MediaSource& source, int maxReady) : m_source(source), m_maxReady(maxReady) {}
 
-DownloadQueue::~DownloadQueue()
+SourceQueue::~SourceQueue()
 {
     {
         std::lock_guard lock(m_mutex);
@@ -19,7 +19,7 @@ DownloadQueue::~DownloadQueue()
                 ++it;
                 continue;
             }
-            if (it->second.state == State::done)
+            if (it->second.state == State::done && it->second.isDownload)
                 QFile::remove(it->second.destination);
             it = m_jobs.erase(it);
         }
@@ -29,43 +29,65 @@ DownloadQueue::~DownloadQueue()
         m_thread.join();
 }
 
-DownloadQueue::Ticket DownloadQueue::add(const QString& path, const QString& destination)
+SourceQueue::Ticket SourceQueue::download(const QString& path, const QString& destination)
+{
+    Job job;
+    job.isDownload = true;
+    job.path = path;
+    job.destination = destination;
+    return add(std::move(job));
+}
+
+SourceQueue::Ticket SourceQueue::list(const QString& path)
+{
+    Job job;
+    job.path = path;
+    return add(std::move(job));
+}
+
+SourceQueue::Ticket SourceQueue::add(Job job)
 {
     Ticket ticket = 0;
     {
         std::lock_guard lock(m_mutex);
         ticket = m_next++;
-        m_jobs.emplace(ticket, Job{path, destination, State::waiting, false, false, {}, nullptr});
+        m_jobs.emplace(ticket, std::move(job));
     }
-    // The thread starts with the first download, so a run that downloads nothing has none.
+    // The thread starts with the first job, so a run that needs none has none.
     if (!m_thread.joinable())
         m_thread = std::thread([this] { work(); });
     m_changed.notify_all();
     return ticket;
 }
 
-DownloadResult DownloadQueue::take(Ticket ticket)
+DownloadResult SourceQueue::takeDownload(Ticket ticket) { return take(ticket).result; }
+
+QStringList SourceQueue::takeListing(Ticket ticket) { return take(ticket).names; }
+
+SourceQueue::Job SourceQueue::take(Ticket ticket)
 {
     std::unique_lock lock(m_mutex);
     auto it = m_jobs.find(ticket);
     if (it == m_jobs.end() || it->second.dropped)
-        throw std::logic_error("DownloadQueue: a download taken twice or after it was dropped");
+        throw std::logic_error("SourceQueue: a job taken twice or after it was dropped");
     if (it->second.state == State::waiting) {
         it->second.wanted = true;
         m_changed.notify_all();
     }
     m_changed.wait(lock, [&] { return it->second.state == State::done; });
-    const Job job = std::move(it->second);
+    Job job = std::move(it->second);
     m_jobs.erase(it);
-    --m_ready;
-    m_changed.notify_all();
+    if (job.isDownload) {
+        --m_ready;
+        m_changed.notify_all();
+    }
     lock.unlock();
     if (job.failure)
         std::rethrow_exception(job.failure);
-    return job.result;
+    return job;
 }
 
-void DownloadQueue::drop(Ticket ticket)
+void SourceQueue::drop(Ticket ticket)
 {
     std::lock_guard lock(m_mutex);
     const auto it = m_jobs.find(ticket);
@@ -76,9 +98,11 @@ void DownloadQueue::drop(Ticket ticket)
         it->second.dropped = true; // the thread removes the file when the download ends
         return;
     case State::done:
-        QFile::remove(it->second.destination);
-        --m_ready;
-        m_changed.notify_all();
+        if (it->second.isDownload) {
+            QFile::remove(it->second.destination);
+            --m_ready;
+            m_changed.notify_all();
+        }
         break;
     case State::waiting:
         break;
@@ -86,21 +110,23 @@ void DownloadQueue::drop(Ticket ticket)
     m_jobs.erase(it);
 }
 
-std::map<DownloadQueue::Ticket, DownloadQueue::Job>::iterator DownloadQueue::nextJob()
+std::map<SourceQueue::Ticket, SourceQueue::Job>::iterator SourceQueue::nextJob()
 {
     auto first = m_jobs.end();
     for (auto it = m_jobs.begin(); it != m_jobs.end(); ++it) {
-        if (it->second.state != State::waiting)
+        const Job& job = it->second;
+        if (job.state != State::waiting)
             continue;
-        if (it->second.wanted)
+        if (job.wanted)
             return it;
-        if (first == m_jobs.end())
+        // Listings take no room, so they never wait for room.
+        if (first == m_jobs.end() && (!job.isDownload || m_ready < m_maxReady))
             first = it;
     }
-    return m_ready < m_maxReady ? first : m_jobs.end();
+    return first;
 }
 
-void DownloadQueue::work()
+void SourceQueue::work()
 {
     std::unique_lock lock(m_mutex);
     for (;;) {
@@ -113,14 +139,19 @@ void DownloadQueue::work()
             return;
         Job& job = it->second;
         job.state = State::running;
+        const bool isDownload = job.isDownload;
         const QString path = job.path;
         const QString destination = job.destination;
         lock.unlock();
 
         DownloadResult result;
+        QStringList names;
         std::exception_ptr failure;
         try {
-            result = m_source.download(path, destination);
+            if (isDownload)
+                result = m_source.download(path, destination);
+            else
+                names = m_source.listDirectory(path);
         } catch (...) {
             failure = std::current_exception();
         }
@@ -128,13 +159,16 @@ void DownloadQueue::work()
         lock.lock();
         // Jobs are only erased by others while they are not running, so `job` is still there.
         if (job.dropped) {
-            QFile::remove(destination);
+            if (isDownload)
+                QFile::remove(destination);
             m_jobs.erase(it);
         } else {
             job.result = result;
+            job.names = std::move(names);
             job.failure = failure;
             job.state = State::done;
-            ++m_ready;
+            if (isDownload)
+                ++m_ready;
         }
         m_changed.notify_all();
     }
