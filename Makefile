@@ -25,7 +25,7 @@ demo: build
 	@bash scripts/demo.sh $(BUILD_DIR)
 
 bench: build
-	@bash bench/run.sh $(BUILD_DIR)
+	@bash bench/run.sh $(BUILD_DIR) $(BENCH_FLAGS)
 
 install: build
 	cmake --install $(BUILD_DIR)

@@ -10,6 +10,7 @@
 #include "backup/BackupFolderLock.h"
 #include "backup/Manifest.h"
 #include "backup/ProgressTracker.h"
+#include "library/SQLiteError.h"
 #include "plan/BackupPlan.h"
 
 #include <QFileInfo>
@@ -45,6 +46,23 @@ struct Options {
 
 bool isProblemLine(const QString& line) { return line.startsWith("ERROR ") || line.startsWith("WARNING "); }
 
+// Opens the manifest of `root`, creating it when missing. One that is damaged or belongs to another
+// program is refused before anything is written with it.
+std::unique_ptr<Manifest> openManifest(const QString& root)
+{
+    try {
+        auto manifest = std::make_unique<Manifest>(root);
+        QString check;
+        manifest->db().query("PRAGMA quick_check", {},
+                             [&](const SQLRow& row) { check = row.text(0).value_or(QString()); });
+        if (check != "ok")
+            throw SQLiteError("quick check: " + check);
+        return manifest;
+    } catch (const SQLiteError& error) {
+        throw std::runtime_error(manifestProblem(root, error.description()).toStdString());
+    }
+}
+
 
 class BackupRun {
 public:
@@ -59,6 +77,8 @@ public:
 private:
     int finish(int code);
     int fail(const QString& message);
+    // Ends a run stopped by Ctrl-C or SIGTERM before it began copying.
+    int endCancelled();
     void say(const QString& line);
     bool confirm();
     BackupSummary runEngine(MediaSource& source, const BackupPlan& plan, Manifest& manifest,
@@ -129,27 +149,43 @@ BackupSummary BackupRun::runEngine(MediaSource& source, const BackupPlan& plan, 
         });
 }
 
+int BackupRun::endCancelled()
+{
+    m_status.clear();
+    const QString line = QStringLiteral("Cancelled before finishing.");
+    m_context.out << line << "\n";
+    m_report.setCancelled(line);
+    return finish(InterruptHandler::exitCode);
+}
+
 int BackupRun::execute()
 {
     InterruptHandler interrupts;
+    const auto cancelled = [] { return InterruptHandler::requested(); };
+    const auto sayLine = [this](const QString& line) { say(line); };
     try {
-        if (m_options.wait && !DeviceLibrary::waitForDevice(m_options.udid, m_context.out,
-                                                              [] { return InterruptHandler::requested(); })) {
-            say("Cancelled while waiting for a device.");
-            return finish(InterruptHandler::exitCode);
+        // A folder another run is backing up into, or one with a damaged manifest, is refused
+        // before the phone is even read. The engine itself holds the lock while it copies.
+        if (!m_options.dryRunOnly) {
+            const BackupFolderLock probe(m_options.dest);
         }
-        DeviceLibrary phone = DeviceLibrary::open(m_options.udid, m_context.out);
+
+        const bool hadManifest = Manifest::exists(m_options.dest);
+        // A dry run into a folder without a backup must not leave a manifest behind.
+        QTemporaryDir scratch;
+        std::unique_ptr<Manifest> manifest = openManifest(hadManifest ? m_options.dest : scratch.path());
+
+        if (m_options.wait && !DeviceLibrary::waitForDevice(m_options.udid, sayLine, cancelled))
+            return endCancelled();
+        DeviceLibrary phone = DeviceLibrary::open(m_options.udid, sayLine);
         const DeviceInfo& info = phone.device->info();
         m_report.setDevice({{"udid", info.udid},
                             {"name", info.name},
                             {"productType", info.productType},
                             {"productVersion", info.productVersion}});
+        if (cancelled())
+            return endCancelled();
 
-        const bool hadManifest = Manifest::exists(m_options.dest);
-        // A dry run into a folder without a backup must not leave a manifest behind.
-        QTemporaryDir scratch;
-        std::unique_ptr<Manifest> manifest =
-            std::make_unique<Manifest>(hadManifest ? m_options.dest : scratch.path());
         const BackupPlan plan(phone.library, hadManifest ? manifest->albumPaths() : QHash<QString, QString>{});
 
         BackupOptions options;
@@ -164,21 +200,25 @@ int BackupRun::execute()
 
         options.dryRun = true;
         const BackupSummary preview = runEngine(*phone.device, plan, *manifest, options);
+        if (cancelled())
+            return endCancelled();
         say("Dry run:");
         for (const QString& line : preview.lines())
             say("  " + line);
-        if (m_options.dryRunOnly || InterruptHandler::requested()) {
+        if (m_options.dryRunOnly) {
             m_report.setSummary(preview);
-            return finish(InterruptHandler::requested() ? InterruptHandler::exitCode : ExitCode::ok);
+            return finish(ExitCode::ok);
         }
-        if (!confirm()) {
+        const bool confirmed = confirm();
+        if (cancelled())
+            return endCancelled();
+        if (!confirmed) {
             say("Nothing was copied.");
             return finish(ExitCode::ok);
         }
 
-        BackupFolderLock lock(m_options.dest);
         if (!hadManifest)
-            manifest = std::make_unique<Manifest>(m_options.dest);
+            manifest = openManifest(m_options.dest);
         options.dryRun = false;
         const BackupSummary summary = runEngine(*phone.device, plan, *manifest, options);
         m_status.clear();
@@ -206,8 +246,9 @@ void BackupCommand::configure(QCommandLineParser& parser) const
         summary() +
         "\nFirst makes a dry run and prints what it will do; on a terminal it then asks before copying.\n"
         "Nothing on the device is changed and nothing in the folder is overwritten or deleted. An\n"
-        "interrupted backup carries on where it stopped the next time. Ctrl-C stops after the current\n"
-        "item (exit code 130); a second Ctrl-C stops at once.\n"
+        "interrupted backup carries on where it stopped the next time. Ctrl-C or SIGTERM stops after the\n"
+        "current item (exit code 130); a second Ctrl-C stops at once. One backup at a time runs into a\n"
+        "folder: another one started meanwhile ends at once.\n"
         "Exit codes: 0 done, 1 done with errors, 2 bad arguments, 3 could not run, 130 cancelled.");
     parser.addPositionalArgument("DEST", "The backup folder (it must exist).");
     parser.addOption({"udid", "Back up the device with this UDID (default: the first one).", "U"});

@@ -5,22 +5,29 @@
 
 #include <QThread>
 
-DeviceLibrary DeviceLibrary::open(const std::optional<QString>& udid, QTextStream& status)
+DeviceLibrary DeviceLibrary::open(const std::optional<QString>& udid, const Say& say)
 {
     DeviceLibrary result;
     result.device = std::make_unique<AFCDevice>(udid);
     const DeviceInfo& info = result.device->info();
-    status << "Device: " << info.summary() << "\n";
+    say("Device: " + info.summary());
     const Compatibility::Status compatibility = Compatibility::status(info.productVersion);
     if (!compatibility.isTested())
-        status << "WARNING " << compatibility.message() << "\n";
-    status << "Reading the Photos database...\n";
-    status.flush();
+        say("WARNING " + compatibility.message());
+    say("Reading the Photos database...");
     result.library = LibrarySnapshot::fetch(*result.device, LibrarySnapshot::cacheFolder(info.udid), 3);
     return result;
 }
 
-bool DeviceLibrary::waitForDevice(const std::optional<QString>& udid, QTextStream& status,
+DeviceLibrary DeviceLibrary::open(const std::optional<QString>& udid, QTextStream& status)
+{
+    return open(udid, [&](const QString& line) {
+        status << line << "\n";
+        status.flush();
+    });
+}
+
+bool DeviceLibrary::waitForDevice(const std::optional<QString>& udid, const Say& say,
                                   const std::function<bool()>& stop)
 {
     QString lastReason;
@@ -34,8 +41,7 @@ bool DeviceLibrary::waitForDevice(const std::optional<QString>& udid, QTextStrea
             reason = "Waiting: " + info.summary();
         }
         if (reason != lastReason) {
-            status << reason << "\n";
-            status.flush();
+            say(reason);
             lastReason = reason;
         }
         // Four seconds between looks, as the app polls, but answer a stop request at once.

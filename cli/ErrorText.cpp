@@ -1,10 +1,13 @@
 #include "ErrorText.h"
 
 #include "backup/BackupFolderLock.h"
+#include "backup/Manifest.h"
 #include "device/DeviceError.h"
 #include "device/MediaSourceError.h"
 #include "library/PhotoLibraryError.h"
 #include "library/SQLiteError.h"
+
+#include <QDir>
 
 QString describeError(const std::exception& error)
 {
@@ -19,4 +22,11 @@ QString describeError(const std::exception& error)
     if (auto e = dynamic_cast<const BackupFolderBusy*>(&error))
         return e->description();
     return QString::fromUtf8(error.what());
+}
+
+QString manifestProblem(const QString& root, const QString& detail)
+{
+    return QString::fromUtf8("The manifest \u201c%1\u201d of this backup folder is damaged or is not an Ombrelo "
+                             "manifest, so nothing was done; the file was left as it is. (%2)")
+        .arg(QDir(root).filePath(Manifest::fileName), detail);
 }

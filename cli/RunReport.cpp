@@ -38,13 +38,13 @@ std::optional<QString> RunReport::write(const QString& path, int exitCode) const
         {"finishedAt", isoNow()},
         {"exitCode", exitCode},
         {"log", QJsonArray::fromStringList(m_log)},
+        {"lines", QJsonArray::fromStringList(m_lines)},
+        {"cancelled", m_cancelled},
     };
     if (!m_device.isEmpty())
         report.insert("device", m_device);
-    if (m_hasSummary) {
+    if (m_hasSummary)
         report.insert("summary", summaryObject(m_summary));
-        report.insert("lines", QJsonArray::fromStringList(m_summary.lines()));
-    }
     if (!m_failure.isEmpty())
         report.insert("failure", m_failure);
 

@@ -16,7 +16,19 @@ public:
 
     void setDevice(const QJsonObject& device) { m_device = device; }
     void addLine(const QString& line) { m_log << line; }
-    void setSummary(const BackupSummary& summary) { m_summary = summary; m_hasSummary = true; }
+    void setSummary(const BackupSummary& summary)
+    {
+        m_summary = summary;
+        m_hasSummary = true;
+        m_lines = summary.lines();
+        m_cancelled = summary.cancelled;
+    }
+    // A run stopped before it had a summary of its own; `line` is what it printed instead.
+    void setCancelled(const QString& line)
+    {
+        m_cancelled = true;
+        m_lines = {line};
+    }
     void setFailure(const QString& failure) { m_failure = failure; }
 
     // Writes the report; returns an error text when the file cannot be written.
@@ -28,6 +40,8 @@ private:
     QStringList m_log;
     BackupSummary m_summary;
     bool m_hasSummary = false;
+    QStringList m_lines;
+    bool m_cancelled = false;
     QString m_failure;
     QDateTime m_startedAt;
 };

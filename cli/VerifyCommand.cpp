@@ -1,5 +1,6 @@
 #include "VerifyCommand.h"
 
+#include "ErrorText.h"
 #include "TerminalStatus.h"
 #include "checks/BackupVerifier.h"
 #include "library/SQLiteError.h"
@@ -45,7 +46,7 @@ int VerifyCommand::run(const QCommandLineParser& parser, CommandContext& context
         });
     } catch (const SQLiteError& error) {
         status.clear();
-        context.err << error.description() << "\n";
+        context.err << manifestProblem(root, error.description()) << "\n";
         return ExitCode::failed;
     } catch (const std::runtime_error& error) {
         status.clear();

@@ -1,6 +1,7 @@
 #include "BackupEngine.h"
 
 #include "BackupError.h"
+#include "BackupFolderLock.h"
 #include "device/DeviceError.h"
 #include "device/MediaSource.h"
 #include "device/MediaSourceError.h"
@@ -187,6 +188,11 @@ BackupSummary BackupEngine::run(const BackupOptions& options, const std::functio
     loadRecorded(dests);
 
     const QString tmp = m_root.root() + '/' + tempFolderName;
+    // One real run per folder: another run's downloads in the temporary folder are not ours to
+    // delete. A missing root (a drive not connected) is reported by the temporary folder below.
+    std::optional<BackupFolderLock> lock;
+    if (!options.dryRun && QFileInfo(m_root.root()).isDir())
+        lock.emplace(m_root.root());
     if (!options.dryRun) {
         removeTemporaryFolder(tmp);
         // Made inside the existing root only: a missing root (a drive not connected) is never created.

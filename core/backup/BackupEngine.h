@@ -46,8 +46,10 @@ public:
 
     BackupEngine(MediaSource& source, const BackupPlan& plan, const QString& root, Manifest& manifest);
 
-    // The whole run. Throws BackupError only when the run cannot start (the temporary folder cannot
-    // be made); every failure of a single asset becomes an "ERROR " line and a count in the summary.
+    // The whole run. A real run holds the folder's BackupFolderLock from start to end. Throws only
+    // when the run cannot start: BackupFolderBusy when another run holds the folder, BackupError
+    // when the temporary folder cannot be made, std::runtime_error when the folder cannot be
+    // locked. Every failure of a single asset becomes an "ERROR " line and a count in the summary.
     BackupSummary run(const BackupOptions& options, const std::function<bool()>& isCancelled,
                       const std::function<void(const BackupEvent&)>& onEvent);
 

@@ -21,6 +21,32 @@ const char* const kOpenStatements[] = {
     "CREATE INDEX IF NOT EXISTS files_by_hash ON files(dest, sha256)",
 };
 
+const QStringList kManifestTables = {"meta", "albums", "placements", "files"};
+
+// The tables of an existing SQLite file that holds tables and none of the manifest's: the database
+// of another program, which opening it as a manifest would write into. Empty otherwise, and when
+// the file cannot be read (opening it as a manifest then fails at its first statement, writing
+// nothing).
+QStringList foreignTables(const QString& path)
+{
+    if (QFileInfo(path).size() == 0)
+        return {};
+    QStringList tables;
+    try {
+        SQLiteDB db(path, true, false);
+        db.query("SELECT name FROM sqlite_master WHERE type='table' ORDER BY name", {}, [&](const SQLRow& row) {
+            if (auto name = row.text(0))
+                tables << *name;
+        });
+    } catch (const SQLiteError&) {
+        return {};
+    }
+    for (const QString& table : std::as_const(tables))
+        if (kManifestTables.contains(table))
+            return {};
+    return tables;
+}
+
 } // namespace
 
 bool Manifest::exists(const QString& root) { return QFileInfo::exists(QDir(root).filePath(fileName)); }
@@ -39,8 +65,12 @@ QString Manifest::rawValue(Status status)
 }
 
 Manifest::Manifest(const QString& root)
-    : m_db(std::make_unique<SQLiteDB>(QDir(root).filePath(fileName), false, true))
 {
+    const QString path = QDir(root).filePath(fileName);
+    if (const QStringList tables = foreignTables(path); !tables.isEmpty())
+        throw SQLiteError(path + ": the database of another program (tables " + tables.join(", ") +
+                          "), not a backup manifest");
+    m_db = std::make_unique<SQLiteDB>(path, false, true);
     // The rollback journal and full syncs make every row durable the moment its insert returns.
     for (const char* statement : kOpenStatements)
         m_db->execute(QString::fromUtf8(statement));

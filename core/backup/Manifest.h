@@ -22,6 +22,8 @@ public:
     static bool exists(const QString& root);
     static QString rawValue(Status status);
 
+    // Opens the manifest of `root`, creating it when missing. Throws SQLiteError, without writing
+    // anything, when the file is not a database or is the database of another program.
     explicit Manifest(const QString& root);
 
     std::optional<QString> path(const QString& hash, const QString& dest);

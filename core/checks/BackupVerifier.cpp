@@ -5,7 +5,9 @@
 #include "library/SQLiteDB.h"
 
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
+#include <QTemporaryDir>
 
 #include <stdexcept>
 
@@ -26,7 +28,20 @@ std::vector<Row> readRows(const QString& root)
             QString::fromUtf8("There is no Ombrelo backup in \u201c%1\u201d: it has no %2 file.")
                 .arg(QDir::toNativeSeparators(root), Manifest::fileName)
                 .toStdString());
-    SQLiteDB db(path, true, false);
+    // A run killed in the middle of recording a file leaves the manifest's rollback journal
+    // behind, and SQLite must roll it back before the manifest can be read. That is a write, so it
+    // happens on a private copy: the backup folder itself is only ever read.
+    QTemporaryDir copy;
+    QString readable = path;
+    if (QFileInfo(path + "-journal").size() > 0) {
+        readable = copy.filePath(Manifest::fileName);
+        if (!copy.isValid() || !QFile::copy(path, readable) || !QFile::copy(path + "-journal", readable + "-journal"))
+            throw std::runtime_error(QString::fromUtf8("The manifest \u201c%1\u201d, left in the middle of a change, "
+                                                       "could not be copied aside to be read.")
+                                         .arg(QDir::toNativeSeparators(path))
+                                         .toStdString());
+    }
+    SQLiteDB db(readable, readable == path, false);
     std::vector<Row> rows;
     db.query("SELECT rel_path, sha256, size, status FROM files ORDER BY rel_path", {}, [&](const SQLRow& row) {
         rows.push_back({row.text(0).value_or(QString()), row.text(1).value_or(QString()),

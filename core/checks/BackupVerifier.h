@@ -7,7 +7,8 @@
 #include <functional>
 
 // Checks that every file a backup folder's manifest records is there with its recorded size and
-// SHA-256. It only reads: the manifest is opened read-only and nothing is written anywhere.
+// SHA-256. It only reads: the manifest is opened read-only (a manifest left in the middle of a
+// change by a killed run is read from a private copy) and nothing is written in the folder.
 class BackupVerifier {
 public:
     // Called after each row with (rows done, rows in all).

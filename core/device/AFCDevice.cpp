@@ -256,8 +256,13 @@ DownloadResult AFCDevice::download(const QString& path, const QString& destinati
     StreamingHasher hasher;
     readChunks(path, [&](const char* data, size_t length) {
         hasher.update(data, length);
-        if (file.write(data, qint64(length)) != qint64(length))
-            throw std::runtime_error((destination + ": " + file.errorString()).toStdString());
+        // A write cut short (a full disk) reports no error until the rest is written again.
+        for (qint64 done = 0; done < qint64(length);) {
+            const qint64 written = file.write(data + done, qint64(length) - done);
+            if (written <= 0)
+                throw std::runtime_error(("Could not write " + destination + ": " + file.errorString()).toStdString());
+            done += written;
+        }
     });
     return hasher.finish();
 }

@@ -276,8 +276,6 @@ void ContentBuilder::buildAlbums(PhoneContent& content)
         const int64_t parent = parentTag.isEmpty() ? root : m_albumsByTag.value(parentTag);
         addAlbum(content, 2, "Album", title, parent, tag);
         content.albums.last().isTrashed = fixture.trashed;
-        if (fixture.empty)
-            m_emptyAlbumPKs << content.albums.last().pk;
     }
 
     int64_t collection = 0;

@@ -79,6 +79,5 @@ private:
     int64_t m_rootFolderPK = 0;
     int64_t m_importSessionPK = 0;
     QHash<QString, int64_t> m_albumsByTag;
-    QList<int64_t> m_emptyAlbumPKs;
     QList<int64_t> m_genericAlbumPKs;
 };

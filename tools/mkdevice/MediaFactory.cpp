@@ -8,7 +8,6 @@
 #include <QImageWriter>
 
 #include <plist/plist.h>
-#include <zlib.h>
 
 #include <memory>
 #include <stdexcept>
@@ -119,18 +118,6 @@ QByteArray withComment(const QByteArray& jpeg, uint64_t key)
     return jpeg.left(at) + segment + text + jpeg.mid(at);
 }
 
-// A text chunk right after the header makes a PNG unique without drawing it again.
-QByteArray withText(const QByteArray& png, uint64_t key)
-{
-    const QByteArray data = "tEXt" + QByteArray("Comment") + '\0' + "ombrelo-mkdevice " + QByteArray::number(qulonglong(key), 16);
-    QByteArray chunk;
-    put32(chunk, uint32_t(data.size() - 4));
-    chunk.append(data);
-    put32(chunk, uint32_t(crc32(0, reinterpret_cast<const Bytef*>(data.constData()), uInt(data.size()))));
-    const qsizetype afterHeader = 8 + 25; // signature, then the IHDR chunk
-    return png.left(afterHeader) + chunk + png.mid(afterHeader);
-}
-
 QSize pictureSize(const MediaFile& file, int longSide)
 {
     if (file.width <= 0 || file.height <= 0)
@@ -217,13 +204,9 @@ QByteArray MediaFactory::jpeg(const MediaFile& file, FilesMode mode)
 
 QByteArray MediaFactory::png(const MediaFile& file, FilesMode mode)
 {
-    if (mode == FilesMode::sparse) {
-        if (m_sparsePngTemplate.isEmpty())
-            m_sparsePngTemplate = encode(picture(0x0B5E11, 24, 52), "png", -1);
-        return withText(m_sparsePngTemplate, file.contentKey);
-    }
-    const QSize size = pictureSize(file, 128);
-    return withText(encode(picture(file.contentKey, size.width(), size.height()), "png", -1), file.contentKey);
+    // The key's bits in the top row make every picture unique; a sparse file's head is a strip.
+    const QSize size = mode == FilesMode::sparse ? QSize(64, 2) : pictureSize(file, 128);
+    return encode(picture(file.contentKey, size.width(), size.height()), "png", -1);
 }
 
 QByteArray MediaFactory::heic(const MediaFile& file, FilesMode mode)

@@ -30,5 +30,4 @@ private:
     QByteArray configuration();
 
     QByteArray m_sparseJpegTemplate;
-    QByteArray m_sparsePngTemplate;
 };

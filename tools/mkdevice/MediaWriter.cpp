@@ -62,11 +62,6 @@ void MediaWriter::ensureFolder(const QString& localPath)
     m_folders.insert(localPath);
 }
 
-void MediaWriter::makeFolder(const QString& devicePath)
-{
-    ensureFolder(m_root + devicePath);
-}
-
 void MediaWriter::write(MediaFile& file)
 {
     const QString path = m_root + file.devicePath;

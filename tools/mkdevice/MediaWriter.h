@@ -19,15 +19,10 @@ public:
 
     // Throws MkdeviceError::output naming the file.
     void write(MediaFile& file);
-    // A folder that must exist even when it holds no file.
-    void makeFolder(const QString& devicePath);
-
-    int64_t filesWritten() const { return m_files; }
-    int64_t bytesWritten() const { return m_bytes; } // apparent sizes, holes included
 
     struct Totals {
         int64_t files = 0;
-        int64_t bytes = 0;
+        int64_t bytes = 0; // apparent sizes, holes included
     };
     // Writes all the files; `progress` is called now and then with the number written.
     static Totals writeAll(const QString& mediaRoot, FilesMode mode, bool hash, const QList<MediaFile*>& files,

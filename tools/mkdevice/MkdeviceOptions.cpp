@@ -81,7 +81,7 @@ MkdeviceOptions MkdeviceOptions::parse(const QStringList& arguments)
             options.generation = value;
             Generation::named(value); // checks the name
         } else if (option == "--assets") {
-            options.assets = parseCount(option, value, 1000000);
+            options.assets = parseCount(option, value, 500000); // camera folders run out at 999APPLE
         } else if (option == "--albums") {
             albums = parseCount(option, value, 100000);
         } else if (option == "--seed") {
@@ -150,7 +150,7 @@ give the same bytes.
 Options:
   --generation G     ios12, ios13, ios14, ios15, ios16, ios17, ios18 or ios26
                      (default ios26): the Photos database's layout of that release
-  --assets N         photos and videos in the library (default 200)
+  --assets N         photos and videos in the library, up to 500000 (default 200)
   --albums K         regular albums, the special ones included (default 20 + N/500)
   --seed S           any whole number (default 1)
   --name NAME        device name (default "Test iPhone")
@@ -158,8 +158,8 @@ Options:
   --product-type T   model identifier (default: a model of the generation, e.g. iPhone17,1)
   --version V        OS version (default: a release of the generation, e.g. 26.1)
   --files MODE       real (default): small, complete, openable files;
-                     sparse: realistic sizes (stills 1-4 MB, videos tens of MB) as
-                     sparse files that take little disk;
+                     sparse: realistic sizes (stills 1-5 MB, videos tens of MB) as
+                     sparse files that take little disk, and no thumbnails;
                      none: the Photos database only
   --answer-key FILE  also write what the phone holds, as JSON, for tests (with
                      sparse files every byte is hashed, which takes time at scale)

@@ -114,3 +114,28 @@ TEST(Manifest, ForeignFileFailsAtOpenAndIsLeftUntouched)
     }
     EXPECT_EQ(readFile(file), foreign);
 }
+
+TEST(Manifest, AnotherProgramsDatabaseIsRefusedAndLeftUntouched)
+{
+    TempDir root;
+    const QString file = root.filePath(Manifest::fileName);
+    {
+        SQLiteDB other(file, false, true);
+        other.execute("CREATE TABLE notes(id INTEGER PRIMARY KEY, text TEXT)");
+        other.execute("INSERT INTO notes(text) VALUES('shopping list')");
+    }
+    const QByteArray before = readFile(file);
+    try {
+        Manifest manifest(root.path());
+        FAIL() << "another program's database must not open as a manifest";
+    } catch (const SQLiteError& error) {
+        EXPECT_EQ(error.message(), file + ": the database of another program (tables notes), not a backup manifest");
+    }
+    EXPECT_EQ(readFile(file), before);
+    EXPECT_EQ(QDir(root.path()).entryList(QDir::Files | QDir::Hidden), QStringList{Manifest::fileName});
+
+    // An empty file is an empty database: it becomes a manifest.
+    QFile::resize(file, 0);
+    Manifest manifest(root.path());
+    EXPECT_EQ(rowCount(manifest, "files"), 0);
+}

@@ -6,8 +6,12 @@
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 
 #include <gtest/gtest.h>
+
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace {
 
@@ -98,4 +102,37 @@ TEST(BackupVerifier, AFolderWithoutAManifestIsAnError)
     TempDir root;
     EXPECT_THROW(BackupVerifier::run(root.path()), std::runtime_error);
     EXPECT_FALSE(QFile::exists(root.filePath(Manifest::fileName)));
+}
+
+// A run killed while it recorded a file leaves the manifest's rollback journal behind. Verifying
+// then reads the manifest as it was before that change, and still writes nothing in the folder.
+TEST(BackupVerifier, ReadsAManifestLeftInTheMiddleOfAChange)
+{
+    TempDir root;
+    {
+        Manifest manifest(root.path());
+        for (int i = 0; i < 3; ++i)
+            backUpFile(manifest, root.path(), QString("A%1").arg(i), QString("Camera Roll/IMG_%1.HEIC").arg(i),
+                       QByteArray(100 + i, 'x'));
+    }
+    // A process that dies in the middle of a change, with part of it already in the file.
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        Manifest manifest(root.path());
+        manifest.db().execute("PRAGMA cache_size=1");
+        manifest.db().execute("BEGIN");
+        manifest.db().execute("DELETE FROM files");
+        manifest.db().execute("INSERT INTO meta VALUES('filler', zeroblob(100000))");
+        _exit(0);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    ASSERT_GT(QFileInfo(root.filePath(Manifest::fileName + "-journal")).size(), 0);
+
+    const FolderSnapshot before = FolderSnapshot::take(root.path());
+    const VerificationReport report = BackupVerifier::run(root.path());
+    EXPECT_TRUE(report.isClean()) << report.lines().join("\n").toStdString();
+    EXPECT_EQ(report.files, 3);
+    EXPECT_EQ(FolderSnapshot::take(root.path()), before) << "the journal is rolled back in a copy, not in the folder";
 }

@@ -1,0 +1,417 @@
+#include "BackupComparison.h"
+#include "CliProcess.h"
+#include "FolderSnapshot.h"
+#include "PhoneBackup.h"
+#include "PhotosDatabases.h"
+#include "TmpfsMount.h"
+#include "backup/BackupEngine.h"
+#include "backup/BackupFolderLock.h"
+#include "backup/Manifest.h"
+#include "checks/BackupVerifier.h"
+#include "library/SQLiteDB.h"
+
+#include <QDir>
+#include <QDirIterator>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QFileInfo>
+#include <QRandomGenerator>
+#include <QSet>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+const QStringList kBackup{"backup", "--all", "--yes"};
+
+QStringList arguments(const QStringList& head, const QString& dest) { return head + QStringList{dest}; }
+
+// The lines of a run's output that begin with `prefix`.
+QStringList linesStartingWith(const QByteArray& output, const QString& prefix)
+{
+    QStringList found;
+    for (const QString& line : QString::fromUtf8(output).split('\n'))
+        if (line.startsWith(prefix))
+            found << line;
+    return found;
+}
+
+// The SHA-256 of every file the phone holds.
+QSet<QString> phoneHashes(const PhoneBackup& phone)
+{
+    QSet<QString> hashes;
+    for (const PhoneAnswerKey::Asset& asset : phone.answerKey().assets)
+        for (const PhoneAnswerKey::File& file : asset.files)
+            hashes.insert(file.sha256);
+    return hashes;
+}
+
+// Files under a backup folder, the manifest aside, that are not a complete copy of a phone file.
+QStringList partialFiles(const QString& root, const QSet<QString>& complete)
+{
+    QStringList partial;
+    const FolderSnapshot snapshot = FolderSnapshot::take(root);
+    for (auto it = snapshot.files.cbegin(); it != snapshot.files.cend(); ++it)
+        if (!it.key().startsWith(Manifest::fileName) && !complete.contains(it->sha256))
+            partial << it.key();
+    return partial;
+}
+
+QString verifyProblems(const QString& root)
+{
+    const VerificationReport report = BackupVerifier::run(root);
+    return report.isClean() ? QString() : report.lines().join("\n");
+}
+
+} // namespace
+
+// One backup per folder: a second run into a folder that a run is copying into ends at once,
+// before it reads the phone, and the first run is not disturbed. Started together, one of two runs
+// copies and the other is refused.
+TEST(BackupFaults, OneBackupPerFolderAtATime)
+{
+    PhoneBackup phone({"--assets", "30", "--seed", "5"});
+    TempDir dirs;
+    const QString reference = dirs.filePath("reference");
+    const QString shared = dirs.filePath("shared");
+    QDir().mkpath(reference);
+    QDir().mkpath(shared);
+    ASSERT_EQ(phone.cli(arguments(kBackup, reference)).exitCode, 0);
+
+    // A slow phone keeps the first run copying while the others try.
+    phone.setFaults({{"bytesPerSecond", 300000}});
+    CliProcess first(PhoneBackup::cliPath(), arguments(kBackup, shared), phone.environment());
+    ASSERT_TRUE(first.waitForOutput("Copied ", 60000)) << first.finish().describe().toStdString();
+    const QString expected =
+        "Another backup into this folder is running (process " + QString::number(first.pid()) + ").\n";
+    const qsizetype servedBefore = phone.simulator().log().count("FILE_OPEN /PhotoData/Photos.sqlite ");
+    QElapsedTimer clock;
+    clock.start();
+    const ProgramResult second = phone.cli(arguments(kBackup, shared));
+    const qint64 secondMs = clock.elapsed();
+    EXPECT_EQ(second.exitCode, 3) << second.describe().toStdString();
+    EXPECT_EQ(QString::fromUtf8(second.err), expected);
+    EXPECT_EQ(second.out, "") << "the refused run must not even read the phone";
+    EXPECT_EQ(phone.simulator().log().count("FILE_OPEN /PhotoData/Photos.sqlite "), servedBefore);
+    EXPECT_LT(secondMs, 5000);
+    // A dry run changes nothing, so it may look at the folder meanwhile.
+    const ProgramResult look = phone.cli(arguments({"backup", "--all", "--dry-run"}, shared));
+    EXPECT_EQ(look.exitCode, 0) << look.describe().toStdString();
+    EXPECT_TRUE(first.isRunning()) << "the phone is throttled so that the first run is still copying";
+
+    const ProgramResult firstEnd = first.finish();
+    ASSERT_EQ(firstEnd.exitCode, 0) << firstEnd.describe().toStdString();
+    EXPECT_TRUE(linesStartingWith(firstEnd.out, "ERROR").isEmpty()) << firstEnd.out.toStdString();
+    EXPECT_EQ(backupDifferences(reference, shared), QStringList());
+    EXPECT_FALSE(QFileInfo::exists(shared + "/" + BackupFolderLock::fileName));
+
+    // Two runs started together into a new folder: exactly one copies.
+    const QString together = dirs.filePath("together");
+    QDir().mkpath(together);
+    CliProcess a(PhoneBackup::cliPath(), arguments(kBackup, together), phone.environment());
+    CliProcess b(PhoneBackup::cliPath(), arguments(kBackup, together), phone.environment());
+    const ProgramResult endA = a.finish();
+    const ProgramResult endB = b.finish();
+    const bool aRan = endA.exitCode == 0;
+    const ProgramResult& ran = aRan ? endA : endB;
+    const ProgramResult& refused = aRan ? endB : endA;
+    EXPECT_EQ(ran.exitCode, 0) << ran.describe().toStdString();
+    EXPECT_EQ(refused.exitCode, 3) << refused.describe().toStdString();
+    EXPECT_EQ(QString::fromUtf8(refused.err),
+              "Another backup into this folder is running (process " + QString::number((aRan ? a : b).pid()) +
+                  ").\n");
+    EXPECT_EQ(backupDifferences(reference, together), QStringList());
+}
+
+// Takes all the free space of the disk that holds `filler` but `freeBytes`.
+void fillDiskLeaving(const QString& filler, qint64 freeBytes)
+{
+    QFile file(filler);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    const QByteArray block(64 * 1024, 'f');
+    while (file.write(block) == block.size())
+        ;
+    file.close();
+    ASSERT_TRUE(file.resize(std::max<qint64>(0, file.size() - freeBytes)));
+}
+
+// The space the files of a folder take on disk.
+qint64 diskUsage(const QString& root)
+{
+    qint64 bytes = 0;
+    QDirIterator it(root, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        struct stat info {};
+        if (::stat(QFile::encodeName(it.next()).constData(), &info) == 0)
+            bytes += qint64(info.st_blocks) * 512;
+    }
+    return bytes;
+}
+
+// A disk without room for a large video: that item fails with the system's reason, every other
+// item is backed up, nothing of the video is left anywhere, and once space is freed the next run
+// completes the backup.
+TEST(BackupFaults, FullDiskFailsTheItemBeingCopiedAndTheRunAfterFreeingSpaceCompletes)
+{
+    TempDir dirs;
+    PhoneBackup phone({"--assets", "30", "--seed", "6"});
+    const PhoneAnswerKey::Asset* video = nullptr;
+    for (const PhoneAnswerKey::Asset& asset : phone.answerKey().assets)
+        if (!video && asset.isVideo && asset.category == "library" && !asset.isHidden && !asset.files.isEmpty())
+            video = &asset;
+    ASSERT_NE(video, nullptr);
+    const qint64 videoBytes = 2000000;
+    {
+        QFile file(phone.deviceFolder() + "/media" + video->files.first().path);
+        ASSERT_TRUE(file.open(QIODevice::Append));
+        file.write(QByteArray(videoBytes - file.size(), 'v'));
+    }
+    const QString reference = dirs.filePath("reference");
+    QDir().mkpath(reference);
+    ASSERT_EQ(phone.cli(arguments(kBackup, reference)).exitCode, 0);
+    int videoCopies = 0;
+    for (const ManifestRow& row : readManifestRows(reference))
+        videoCopies += row.assetUUID == video->uuid && row.status == "copied" && row.size == videoBytes;
+    ASSERT_GT(videoCopies, 0);
+    const qint64 backupBytes = diskUsage(reference);
+    TmpfsMount disk(dirs.filePath("disk"), QString::number((backupBytes + 2000000) / 1024) + "k");
+    if (!disk.mounted())
+        GTEST_SKIP() << "This test needs to mount a tmpfs (as root): " << disk.error().toStdString();
+
+    // Room for everything but the video.
+    fillDiskLeaving(disk.path() + "/filler", backupBytes - videoCopies * videoBytes + videoBytes / 2);
+    const QString dest = disk.path() + "/backup";
+    QDir().mkpath(dest);
+    const ProgramResult full = phone.cli(arguments(kBackup, dest));
+    EXPECT_EQ(full.exitCode, 1) << full.describe().toStdString();
+    // Downloads run a few items ahead of the one being written, so the items whose downloads were
+    // waiting when the disk filled fail with it; each says why.
+    const QStringList errors = linesStartingWith(full.out, "ERROR ");
+    ASSERT_FALSE(errors.isEmpty()) << full.describe().toStdString();
+    bool videoFailed = false;
+    for (const QString& error : errors) {
+        videoFailed = videoFailed || error.startsWith("ERROR " + video->displayName() + ": ");
+        EXPECT_TRUE(error.endsWith(": No space left on device") || error.contains("database or disk is full"))
+            << error.toStdString();
+    }
+    EXPECT_TRUE(videoFailed) << full.describe().toStdString();
+    EXPECT_TRUE(full.out.contains(("\nErrors: " + QString::number(errors.size()) + "\n").toUtf8())) << full.out.toStdString();
+
+    EXPECT_FALSE(QFileInfo::exists(dest + "/" + BackupEngine::tempFolderName));
+    EXPECT_EQ(partialFiles(dest, phoneHashes(phone)), QStringList());
+    EXPECT_EQ(verifyProblems(dest), "");
+    // What was recorded is exactly what an uninterrupted run records for those files.
+    const ManifestRows referenceRows = readManifestRows(reference);
+    const ManifestRows copied = readManifestRows(dest);
+    EXPECT_GT(copied.size(), 0);
+    for (const ManifestRow& row : copied) {
+        EXPECT_NE(row.assetUUID, video->uuid) << "the video did not fit";
+        EXPECT_TRUE(referenceRows.contains(row)) << row.relPath.toStdString();
+    }
+
+    ASSERT_TRUE(QFile::remove(disk.path() + "/filler"));
+    const ProgramResult after = phone.cli(arguments(kBackup, dest));
+    EXPECT_EQ(after.exitCode, 0) << after.describe().toStdString();
+    EXPECT_EQ(backupDifferences(reference, dest), QStringList());
+}
+
+// A disk that fills up completely, so that not even the manifest can grow: each item that cannot be
+// recorded fails with an error line, nothing recorded is lost, no partial file is left under any
+// name, and once space is freed the next run completes the backup.
+TEST(BackupFaults, DiskFullEvenForTheManifestLosesNothing)
+{
+    TempDir dirs;
+    TmpfsMount disk(dirs.filePath("disk"), "4m");
+    if (!disk.mounted())
+        GTEST_SKIP() << "This test needs to mount a tmpfs (as root): " << disk.error().toStdString();
+    PhoneBackup phone({"--assets", "30", "--seed", "6"});
+    const QString reference = dirs.filePath("reference");
+    QDir().mkpath(reference);
+    ASSERT_EQ(phone.cli(arguments(kBackup, reference)).exitCode, 0);
+
+    fillDiskLeaving(disk.path() + "/filler", diskUsage(reference) / 2);
+    const QString dest = disk.path() + "/backup";
+    QDir().mkpath(dest);
+    const ProgramResult full = phone.cli(arguments(kBackup, dest));
+    EXPECT_EQ(full.exitCode, 1) << full.describe().toStdString();
+    const QStringList errors = linesStartingWith(full.out, "ERROR ");
+    ASSERT_FALSE(errors.isEmpty()) << full.describe().toStdString();
+    for (const QString& error : errors)
+        EXPECT_TRUE(error.contains("database or disk is full") || error.contains("No space left on device"))
+            << error.toStdString();
+    EXPECT_FALSE(QFileInfo::exists(dest + "/" + BackupEngine::tempFolderName));
+    EXPECT_EQ(partialFiles(dest, phoneHashes(phone)), QStringList());
+    EXPECT_EQ(verifyProblems(dest), "");
+    const ManifestRows recorded = readManifestRows(dest);
+    EXPECT_GT(recorded.size(), 0) << "some files fit before the disk was full";
+
+    ASSERT_TRUE(QFile::remove(disk.path() + "/filler"));
+    const ProgramResult after = phone.cli(arguments(kBackup, dest));
+    EXPECT_EQ(after.exitCode, 0) << after.describe().toStdString();
+    EXPECT_EQ(backupDifferences(reference, dest), QStringList());
+    const ManifestRows finalRows = readManifestRows(dest);
+    for (const ManifestRow& row : recorded)
+        EXPECT_TRUE(finalRows.contains(row)) << "a row recorded before the disk was full changed";
+}
+
+// A backup folder that cannot be written into: a clear error at once, and nothing changes.
+TEST(BackupFaults, ReadOnlyBackupFolderIsRefusedAndLeftAsItWas)
+{
+    TempDir dirs;
+    TmpfsMount disk(dirs.filePath("disk"), "8m");
+    if (!disk.mounted())
+        GTEST_SKIP() << "This test needs to mount a tmpfs (as root): " << disk.error().toStdString();
+    PhoneBackup phone({"--assets", "20", "--seed", "7"});
+    const QString dest = disk.path() + "/backup";
+    QDir().mkpath(dest);
+    ASSERT_EQ(phone.cli(arguments({"backup", "--folder", "camera-roll", "--yes"}, dest)).exitCode, 0);
+    const FolderSnapshot before = FolderSnapshot::take(dest);
+
+    ASSERT_TRUE(disk.setReadOnly(true));
+    const ProgramResult readOnly = phone.cli(arguments(kBackup, dest));
+    EXPECT_EQ(readOnly.exitCode, 3) << readOnly.describe().toStdString();
+    EXPECT_EQ(QString::fromUtf8(readOnly.err),
+              QString::fromUtf8("The backup folder \u201c%1\u201d cannot be locked for this run. "
+                                "Check that it is writable.\n")
+                  .arg(dest));
+    EXPECT_EQ(FolderSnapshot::take(dest), before);
+    ASSERT_TRUE(disk.setReadOnly(false));
+
+    // Permissions alone stop every user but root, whom they do not bind.
+    if (geteuid() != 0) {
+        QFile::setPermissions(dest, QFile::ReadOwner | QFile::ExeOwner);
+        const ProgramResult denied = phone.cli(arguments(kBackup, dest));
+        QFile::setPermissions(dest, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        EXPECT_EQ(denied.exitCode, 3) << denied.describe().toStdString();
+        EXPECT_TRUE(denied.err.contains("Check that it is writable.")) << denied.describe().toStdString();
+        EXPECT_EQ(FolderSnapshot::take(dest), before);
+    }
+}
+
+// The phone goes wrong between and during runs: the cable is pulled in the middle of a file, then
+// the phone is locked, then its media service refuses. Each time the user gets the phone's own
+// reason, the folder keeps everything it had, and once the phone is fine the backup completes.
+TEST(BackupFaults, PhoneTroubleMidBackupLosesNothing)
+{
+    PhoneBackup phone({"--assets", "30", "--seed", "8"});
+    TempDir dirs;
+    const QString reference = dirs.filePath("reference");
+    const QString dest = dirs.filePath("dest");
+    QDir().mkpath(reference);
+    QDir().mkpath(dest);
+    ASSERT_EQ(phone.cli(arguments(kBackup, reference)).exitCode, 0);
+    const QSet<QString> complete = phoneHashes(phone);
+
+    // The database (about 250 kB) and a few files get through, then the cable is pulled.
+    phone.setFaults({{"dropAfterBytes", 300000}});
+    const ProgramResult pulled = phone.cli(arguments(kBackup, dest));
+    EXPECT_EQ(pulled.exitCode, 1) << pulled.describe().toStdString();
+    EXPECT_FALSE(linesStartingWith(pulled.out, "ERROR ").isEmpty()) << pulled.describe().toStdString();
+    EXPECT_GT(readManifestRows(dest).size(), 0) << pulled.describe().toStdString();
+    EXPECT_EQ(partialFiles(dest, complete), QStringList());
+    EXPECT_FALSE(QFileInfo::exists(dest + "/" + BackupEngine::tempFolderName));
+    EXPECT_EQ(verifyProblems(dest), "");
+
+    const FolderSnapshot before = FolderSnapshot::take(dest);
+    phone.setFaults({{"lockdownError", "PasswordProtected"}});
+    const ProgramResult locked = phone.cli(arguments(kBackup, dest));
+    EXPECT_EQ(locked.exitCode, 3) << locked.describe().toStdString();
+    EXPECT_EQ(locked.err, "The device is locked. Unlock it and try again.\n");
+    EXPECT_EQ(FolderSnapshot::take(dest), before);
+
+    phone.setFaults({{"startServiceError", "InvalidService"}});
+    const ProgramResult refused = phone.cli(arguments(kBackup, dest));
+    EXPECT_EQ(refused.exitCode, 3) << refused.describe().toStdString();
+    EXPECT_EQ(refused.err, "The device refused the connection (lockdown error -27).\n");
+    EXPECT_EQ(FolderSnapshot::take(dest), before);
+
+    phone.setFaults({});
+    const ProgramResult fine = phone.cli(arguments(kBackup, dest));
+    EXPECT_EQ(fine.exitCode, 0) << fine.describe().toStdString();
+    EXPECT_EQ(backupDifferences(reference, dest), QStringList());
+}
+
+// A manifest that is damaged (random bytes, cut short) or is another program's SQLite database:
+// the run stops with a clear error before copying anything, and the file stays as it was.
+TEST(BackupFaults, DamagedOrForeignManifestIsReportedAndLeftAlone)
+{
+    PhoneBackup phone({"--assets", "20", "--seed", "9"});
+    TempDir dirs;
+    const QString good = dirs.filePath("good");
+    QDir().mkpath(good);
+    ASSERT_EQ(phone.cli(arguments(kBackup, good)).exitCode, 0);
+    const QByteArray manifest = readFile(good + "/" + Manifest::fileName);
+
+    QByteArray noise(8192, Qt::Uninitialized);
+    QRandomGenerator(3).fillRange(reinterpret_cast<quint32*>(noise.data()), noise.size() / 4);
+    const QString foreignPath = dirs.filePath("foreign.sqlite");
+    {
+        SQLiteDB foreign(foreignPath, false, true);
+        foreign.execute("CREATE TABLE notes(id INTEGER PRIMARY KEY, text TEXT)");
+        foreign.execute("INSERT INTO notes(text) VALUES('shopping list')");
+    }
+    const struct {
+        const char* what;
+        QByteArray content;
+        const char* detail; // SQLite's reason, as the error quotes it
+    } cases[] = {
+        {"random bytes", noise, "(SQLite: file is not a database in: PRAGMA journal_mode=DELETE)"},
+        {"cut short", manifest.left(manifest.size() / 2), "malformed"},
+        {"another program's database", readFile(foreignPath), "(tables notes), not a backup manifest)"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        const QString dest = dirs.filePath(c.what);
+        writeFile(dest + "/" + Manifest::fileName, c.content);
+        const FolderSnapshot before = FolderSnapshot::take(dest);
+        const ProgramResult run = phone.cli(arguments(kBackup, dest));
+        EXPECT_EQ(run.exitCode, 3) << run.describe().toStdString();
+        const QString expected =
+            QString::fromUtf8("The manifest \u201c%1\u201d of this backup folder is damaged or is not an Ombrelo "
+                              "manifest, so nothing was done; the file was left as it is. (")
+                .arg(dest + "/" + Manifest::fileName);
+        EXPECT_TRUE(run.err.startsWith(expected.toUtf8())) << run.describe().toStdString();
+        EXPECT_TRUE(run.err.contains(c.detail)) << run.describe().toStdString();
+        EXPECT_EQ(run.out, "") << "nothing is read from the phone either";
+        EXPECT_EQ(FolderSnapshot::take(dest), before);
+        EXPECT_EQ(QDir(dest).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
+                  QStringList{Manifest::fileName});
+        EXPECT_EQ(phone.cli({"verify", dest}).exitCode, 3);
+        EXPECT_EQ(FolderSnapshot::take(dest), before);
+    }
+}
+
+// A Photos database that is damaged on the phone: the copy is fetched three times, then the run
+// stops with SQLite's integrity-check text, and the backup folder is not touched.
+TEST(BackupFaults, DamagedPhotosDatabaseStopsTheRunAfterThreeAttempts)
+{
+    TempDir dirs;
+    const QString folder = dirs.filePath("phone");
+    const ProgramResult made = runProgram(PhoneBackup::cliPath().replace("ombrelo-cli", "ombrelo-mkdevice"),
+                                          {folder, "--assets", "20", "--seed", "10"});
+    ASSERT_EQ(made.exitCode, 0) << made.describe().toStdString();
+    const QString database = folder + "/media/PhotoData/Photos.sqlite";
+    {
+        // Fold the log into the file first, so the damage cannot be hidden by a newer page in it.
+        SQLiteDB db(database, false, false);
+        db.execute("PRAGMA wal_checkpoint(TRUNCATE)");
+    }
+    damageBtree(database, "ZASSET_ZDATECREATED_INDEX");
+    PhoneBackup phone(PhoneBackup::Folder{folder});
+    const QString dest = dirs.filePath("dest");
+    QDir().mkpath(dest);
+
+    const ProgramResult run = phone.cli(arguments(kBackup, dest));
+    EXPECT_EQ(run.exitCode, 3) << run.describe().toStdString();
+    // Each failed attempt is logged; the last one's error ends the run.
+    EXPECT_TRUE(run.err.contains("failed (attempt 2 of 3): SQLite: copied database failed integrity check: "))
+        << run.describe().toStdString();
+    EXPECT_FALSE(linesStartingWith(run.err, "SQLite: copied database failed integrity check: ").isEmpty())
+        << run.describe().toStdString();
+    EXPECT_EQ(phone.simulator().log().count("FILE_OPEN /PhotoData/Photos.sqlite "), 3);
+    EXPECT_EQ(QDir(dest).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot), QStringList());
+}

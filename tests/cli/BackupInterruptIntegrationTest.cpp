@@ -1,0 +1,232 @@
+#include "BackupComparison.h"
+#include "CliProcess.h"
+#include "DeviceSimulator.h"
+#include "PhoneBackup.h"
+#include "backup/BackupEngine.h"
+#include "backup/BackupFolderLock.h"
+#include "backup/Manifest.h"
+#include "checks/BackupVerifier.h"
+#include "library/SQLiteDB.h"
+
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QFileInfo>
+#include <QHash>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QSet>
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <cstdio>
+#include <memory>
+#include <stdexcept>
+
+namespace {
+
+const QStringList kBackup{"backup", "--all", "--yes"};
+
+// A throttled phone with one video made large, so that copying it takes seconds: long enough to
+// interrupt a run while that one item is being copied. The video is the first one a backup copies,
+// so that a run stopped after it still has work left.
+struct PhoneWithALargeVideo {
+    PhoneWithALargeVideo() : phone({"--assets", "30", "--seed", "21"})
+    {
+        TempDir scratch;
+        const ProgramResult run = phone.cli(kBackup + QStringList{scratch.path()});
+        if (run.exitCode != 0)
+            throw std::runtime_error(run.describe().toStdString());
+        QSet<QString> videos;
+        for (const PhoneAnswerKey::Asset& asset : phone.answerKey().assets)
+            if (asset.isVideo && !asset.files.isEmpty())
+                videos.insert(asset.files.first().path);
+        SQLiteDB manifest(scratch.filePath(Manifest::fileName), true, false);
+        manifest.query("SELECT source_path FROM files WHERE component='original' ORDER BY rowid", {},
+                       [&](const SQLRow& row) {
+                           if (largeVideo.isEmpty() && videos.contains(row.text(0).value_or("")))
+                               largeVideo = *row.text(0);
+                       });
+        QFile file(phone.deviceFolder() + "/media" + largeVideo);
+        if (largeVideo.isEmpty() || !file.open(QIODevice::Append) || file.write(QByteArray(2000000, 'v')) != 2000000)
+            throw std::runtime_error("cannot enlarge a video of the phone");
+        phone.setFaults({{"bytesPerSecond", 2000000}});
+    }
+
+    // Starts a backup into `dest` and returns once the phone is sending the large video.
+    std::unique_ptr<CliProcess> startAndWaitForTheLargeVideo(const QStringList& arguments)
+    {
+        auto run = std::make_unique<CliProcess>(PhoneBackup::cliPath(), arguments, phone.environment());
+        const qsizetype logStart = phone.simulator().log().size();
+        while (run->runFor(10) && !phone.simulator().log().mid(logStart).contains("FILE_OPEN " + largeVideo + " "))
+            ;
+        return run;
+    }
+
+    PhoneBackup phone;
+    QString largeVideo; // its device path
+};
+
+// Manifest rows per asset.
+QHash<QString, int> rowsPerAsset(const QString& root)
+{
+    QHash<QString, int> rows;
+    for (const ManifestRow& row : readManifestRows(root))
+        ++rows[row.assetUUID];
+    return rows;
+}
+
+QJsonObject readReport(const QString& path)
+{
+    return QJsonDocument::fromJson(readFile(path)).object();
+}
+
+QString lastLine(const QByteArray& output) { return QString::fromUtf8(output).trimmed().split('\n').last(); }
+
+} // namespace
+
+// Ctrl-C, or SIGTERM from a service manager, while a file is being copied: that item is finished,
+// the run stops with its summary and exit code 130, the report says it was cancelled, and the next
+// run completes the backup.
+TEST(BackupInterrupt, CtrlCOrSigtermFinishesTheCurrentItemThenStops)
+{
+    PhoneWithALargeVideo device;
+    TempDir dirs;
+    const QString reference = dirs.filePath("reference");
+    QDir().mkpath(reference);
+    const ProgramResult whole = device.phone.cli(kBackup + QStringList{reference});
+    ASSERT_EQ(whole.exitCode, 0) << whole.describe().toStdString();
+    const QHash<QString, int> completeRows = rowsPerAsset(reference);
+
+    for (const int signal : {SIGINT, SIGTERM}) {
+        SCOPED_TRACE(signal == SIGINT ? "SIGINT" : "SIGTERM");
+        const QString dest = dirs.filePath(QString::number(signal));
+        const QString report = dirs.filePath(QString::number(signal) + ".json");
+        QDir().mkpath(dest);
+        auto run = device.startAndWaitForTheLargeVideo(kBackup + QStringList{"--report", report, dest});
+        ASSERT_TRUE(run->isRunning()) << run->finish().describe().toStdString();
+        run->signal(signal);
+        EXPECT_TRUE(run->runFor(500)) << "the item being copied is finished first";
+        const ProgramResult stopped = run->finish();
+        EXPECT_EQ(stopped.exitCode, 130) << stopped.describe().toStdString();
+        EXPECT_EQ(lastLine(stopped.out), "Cancelled before finishing.");
+        EXPECT_TRUE(stopped.out.contains("\nFiles copied: ")) << stopped.out.toStdString();
+        EXPECT_TRUE(stopped.err.contains("Stopping after the current item (press Ctrl-C again to stop at once)..."))
+            << stopped.err.toStdString();
+
+        // Every asset the run began is complete in all its folders, the large video included.
+        const QHash<QString, int> rows = rowsPerAsset(dest);
+        EXPECT_GT(rows.size(), 0);
+        EXPECT_LT(rows.size(), completeRows.size());
+        for (auto it = rows.cbegin(); it != rows.cend(); ++it)
+            EXPECT_EQ(it.value(), completeRows.value(it.key())) << "asset " << it.key().toStdString();
+        // The large video may have been a download running ahead of the item being written; then it
+        // was dropped with the temporary folder and waits for the next run, like every later item.
+        EXPECT_FALSE(QFileInfo::exists(dest + "/" + BackupEngine::tempFolderName));
+        EXPECT_FALSE(QFileInfo::exists(dest + "/" + BackupFolderLock::fileName));
+        EXPECT_TRUE(BackupVerifier::run(dest).isClean());
+
+        const QJsonObject json = readReport(report);
+        EXPECT_EQ(json["exitCode"].toInt(), 130);
+        EXPECT_TRUE(json["cancelled"].toBool());
+        EXPECT_TRUE(json["summary"]["cancelled"].toBool());
+        EXPECT_EQ(json["lines"].toArray().last().toString(), "Cancelled before finishing.");
+
+        const ProgramResult next = device.phone.cli(kBackup + QStringList{dest});
+        EXPECT_EQ(next.exitCode, 0) << next.describe().toStdString();
+        EXPECT_EQ(backupDifferences(reference, dest), QStringList());
+    }
+}
+
+// A second Ctrl-C ends the run at once, in the middle of a file; the next run carries on and ends
+// with the same backup as a run never interrupted.
+TEST(BackupInterrupt, SecondCtrlCStopsAtOnceAndTheNextRunCarriesOn)
+{
+    PhoneWithALargeVideo device;
+    TempDir dirs;
+    const QString reference = dirs.filePath("reference");
+    const QString dest = dirs.filePath("dest");
+    QDir().mkpath(reference);
+    QDir().mkpath(dest);
+    ASSERT_EQ(device.phone.cli(kBackup + QStringList{reference}).exitCode, 0);
+
+    auto run = device.startAndWaitForTheLargeVideo(kBackup + QStringList{dest});
+    ASSERT_TRUE(run->isRunning()) << run->finish().describe().toStdString();
+    run->signal(SIGINT);
+    EXPECT_TRUE(run->runFor(200));
+    QElapsedTimer clock;
+    clock.start();
+    run->signal(SIGINT);
+    const ProgramResult stopped = run->finish(10);
+    EXPECT_LT(clock.elapsed(), 1000) << "the large video takes seconds more";
+    EXPECT_EQ(stopped.exitCode, 130) << stopped.describe().toStdString();
+    EXPECT_TRUE(stopped.err.endsWith("Stopped at once. The next backup carries on from the last finished file.\n"))
+        << stopped.err.toStdString();
+    for (const ManifestRow& row : readManifestRows(dest))
+        EXPECT_NE(row.sourcePath, device.largeVideo) << "the video was not finished";
+    EXPECT_TRUE(BackupVerifier::run(dest).isClean());
+
+    const ProgramResult next = device.phone.cli(kBackup + QStringList{dest});
+    EXPECT_EQ(next.exitCode, 0) << next.describe().toStdString();
+    EXPECT_EQ(backupDifferences(reference, dest), QStringList());
+    EXPECT_FALSE(QFileInfo::exists(dest + "/" + BackupEngine::tempFolderName));
+    EXPECT_FALSE(QFileInfo::exists(dest + "/" + BackupFolderLock::fileName));
+}
+
+// backup --wait, as a scheduled job or a udev-started service runs it: it waits for a phone, then
+// for it to be unlocked, then backs it up. Ctrl-C while it waits ends it at once.
+TEST(BackupWait, WaitsForAPhoneToBeConnectedAndUnlockedThenBacksItUp)
+{
+    TempDir dirs;
+    const QString devices = dirs.filePath("devices");
+    const QString dest = dirs.filePath("dest");
+    QDir().mkpath(devices);
+    QDir().mkpath(dest);
+    DeviceSimulator simulator(DeviceSimulator::devicesDir, devices);
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert("USBMUXD_SOCKET_ADDRESS", simulator.socketAddress());
+    environment.insert("XDG_CACHE_HOME", dirs.filePath("cache"));
+
+    const QString waiting = "Waiting for an iPhone or iPad to be connected by USB...";
+    {
+        CliProcess givenUp(PhoneBackup::cliPath(), kBackup + QStringList{"--wait", dest}, environment);
+        ASSERT_TRUE(givenUp.waitForOutput(waiting.toUtf8(), 30000)) << givenUp.finish().describe().toStdString();
+        givenUp.signal(SIGINT);
+        QElapsedTimer clock;
+        clock.start();
+        const ProgramResult ended = givenUp.finish(10);
+        EXPECT_LT(clock.elapsed(), 1000) << "a stop request is answered at once while waiting";
+        EXPECT_EQ(ended.exitCode, 130) << ended.describe().toStdString();
+        EXPECT_EQ(lastLine(ended.out), "Cancelled before finishing.");
+    }
+
+    const QString phone = dirs.filePath("phone");
+    const ProgramResult made = runProgram(OMBRELO_BIN_DIR "/ombrelo-mkdevice", {phone, "--assets", "10", "--seed", "4"});
+    ASSERT_EQ(made.exitCode, 0) << made.describe().toStdString();
+    QJsonObject device = QJsonDocument::fromJson(readFile(phone + "/device.json")).object();
+    device["faults"] = QJsonObject{{"lockdownError", "PasswordProtected"}};
+    writeFile(phone + "/device.json", QJsonDocument(device).toJson());
+
+    CliProcess run(PhoneBackup::cliPath(), kBackup + QStringList{"--wait", dest}, environment);
+    ASSERT_TRUE(run.waitForOutput(waiting.toUtf8(), 30000)) << run.finish().describe().toStdString();
+    ASSERT_TRUE(QDir().rename(phone, devices + "/phone"));
+    const QByteArray locked = "Waiting: " + device["udid"].toString().toUtf8() +
+                              ": The device is locked. Unlock it and try again.\n";
+    ASSERT_TRUE(run.waitForOutput(locked, 30000)) << run.finish().describe().toStdString();
+    EXPECT_FALSE(run.out().contains("Reading the Photos database"));
+
+    // Unlocked: written aside and renamed, so the simulator never reads half a file.
+    device["faults"] = QJsonObject{};
+    writeFile(devices + "/phone/device.json.new", QJsonDocument(device).toJson());
+    ASSERT_EQ(std::rename(QFile::encodeName(devices + "/phone/device.json.new").constData(),
+                          QFile::encodeName(devices + "/phone/device.json").constData()),
+              0);
+    const ProgramResult done = run.finish(60);
+    EXPECT_EQ(done.exitCode, 0) << done.describe().toStdString();
+    EXPECT_TRUE(done.out.startsWith((waiting + "\n").toUtf8() + locked + "Device: ")) << done.out.toStdString();
+    EXPECT_TRUE(done.out.contains("\nFiles copied: ")) << done.out.toStdString();
+    EXPECT_TRUE(BackupVerifier::run(dest).isClean());
+    EXPECT_GT(readManifestRows(dest).size(), 0);
+}
