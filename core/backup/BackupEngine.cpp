@@ -13,6 +13,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QScopeGuard>
 #include <QStringBuilder>
 #include <QUuid>
 
@@ -206,6 +207,13 @@ BackupSummary BackupEngine::run(const BackupOptions& options, const std::functio
 
     const auto total = int64_t(order.size());
     m_queue = std::make_unique<SourceQueue>(m_source, kReadyDownloads);
+    // The source thread ends with the run, however the run ends (and before the folder's lock goes);
+    // a run that ends normally stops it after the loop already.
+    const auto stopQueue = qScopeGuard([this] {
+        m_ahead.clear();
+        m_pendingListings.clear();
+        m_queue.reset();
+    });
     int64_t lookedAt = 0; // assets before this index have been looked at ahead of their turn
     int64_t listedAt = 0; // and their folders listed ahead
     for (int64_t i = 0; i < total; ++i) {
