@@ -29,44 +29,38 @@ namespace {
 
 const QStringList kBackup{"backup", "--all", "--yes"};
 
-// A throttled phone with one video made large, so that copying it takes seconds: long enough to
-// interrupt a run while that one item is being copied. The video is the first one a backup copies,
-// so that a run stopped after it still has work left.
-struct PhoneWithALargeVideo {
-    PhoneWithALargeVideo() : phone({"--assets", "30", "--seed", "21"})
+// A throttled phone whose first file a backup copies is made large, so that copying that first
+// item takes seconds: a signal sent once the phone starts sending it reaches the run while that
+// item is the one being backed up (later files may be fetched ahead; the first one cannot be).
+struct PhoneWithALargeFirstFile {
+    PhoneWithALargeFirstFile() : phone({"--assets", "30", "--seed", "21"})
     {
         TempDir scratch;
         const ProgramResult run = phone.cli(kBackup + QStringList{scratch.path()});
         if (run.exitCode != 0)
             throw std::runtime_error(run.describe().toStdString());
-        QSet<QString> videos;
-        for (const PhoneAnswerKey::Asset& asset : phone.answerKey().assets)
-            if (asset.isVideo && !asset.files.isEmpty())
-                videos.insert(asset.files.first().path);
         SQLiteDB manifest(scratch.filePath(Manifest::fileName), true, false);
-        manifest.query("SELECT source_path FROM files WHERE component='original' ORDER BY rowid", {},
-                       [&](const SQLRow& row) {
-                           if (largeVideo.isEmpty() && videos.contains(row.text(0).value_or("")))
-                               largeVideo = *row.text(0);
-                       });
-        QFile file(phone.deviceFolder() + "/media" + largeVideo);
-        if (largeVideo.isEmpty() || !file.open(QIODevice::Append) || file.write(QByteArray(2000000, 'v')) != 2000000)
-            throw std::runtime_error("cannot enlarge a video of the phone");
-        phone.setFaults({{"bytesPerSecond", 2000000}});
+        manifest.query("SELECT source_path FROM files ORDER BY rowid LIMIT 1", {},
+                       [&](const SQLRow& row) { largeFile = row.text(0).value_or(""); });
+        QFile file(phone.deviceFolder() + "/media" + largeFile);
+        if (largeFile.isEmpty() || !file.open(QIODevice::Append) || file.write(QByteArray(kBytes, 'v')) != kBytes)
+            throw std::runtime_error("cannot enlarge a file of the phone");
+        phone.setFaults({{"bytesPerSecond", 2000000}}); // two seconds for the large file
     }
 
-    // Starts a backup into `dest` and returns once the phone is sending the large video.
-    std::unique_ptr<CliProcess> startAndWaitForTheLargeVideo(const QStringList& arguments)
+    // Starts a backup and returns once the phone is sending the large file.
+    std::unique_ptr<CliProcess> startAndWaitForTheLargeFile(const QStringList& arguments)
     {
         auto run = std::make_unique<CliProcess>(PhoneBackup::cliPath(), arguments, phone.environment());
         const qsizetype logStart = phone.simulator().log().size();
-        while (run->runFor(10) && !phone.simulator().log().mid(logStart).contains("FILE_OPEN " + largeVideo + " "))
+        while (run->runFor(10) && !phone.simulator().log().mid(logStart).contains("FILE_OPEN " + largeFile + " "))
             ;
         return run;
     }
 
+    static constexpr qint64 kBytes = 4000000;
     PhoneBackup phone;
-    QString largeVideo; // its device path
+    QString largeFile; // its device path
 };
 
 // Manifest rows per asset.
@@ -92,7 +86,7 @@ QString lastLine(const QByteArray& output) { return QString::fromUtf8(output).tr
 // run completes the backup.
 TEST(BackupInterrupt, CtrlCOrSigtermFinishesTheCurrentItemThenStops)
 {
-    PhoneWithALargeVideo device;
+    PhoneWithALargeFirstFile device;
     TempDir dirs;
     const QString reference = dirs.filePath("reference");
     QDir().mkpath(reference);
@@ -105,7 +99,7 @@ TEST(BackupInterrupt, CtrlCOrSigtermFinishesTheCurrentItemThenStops)
         const QString dest = dirs.filePath(QString::number(signal));
         const QString report = dirs.filePath(QString::number(signal) + ".json");
         QDir().mkpath(dest);
-        auto run = device.startAndWaitForTheLargeVideo(kBackup + QStringList{"--report", report, dest});
+        auto run = device.startAndWaitForTheLargeFile(kBackup + QStringList{"--report", report, dest});
         ASSERT_TRUE(run->isRunning()) << run->finish().describe().toStdString();
         run->signal(signal);
         EXPECT_TRUE(run->runFor(500)) << "the item being copied is finished first";
@@ -116,14 +110,16 @@ TEST(BackupInterrupt, CtrlCOrSigtermFinishesTheCurrentItemThenStops)
         EXPECT_TRUE(stopped.err.contains("Stopping after the current item (press Ctrl-C again to stop at once)..."))
             << stopped.err.toStdString();
 
-        // Every asset the run began is complete in all its folders, the large video included.
+        // Every asset the run began is complete in all its folders, the large file's included.
         const QHash<QString, int> rows = rowsPerAsset(dest);
         EXPECT_GT(rows.size(), 0);
         EXPECT_LT(rows.size(), completeRows.size());
         for (auto it = rows.cbegin(); it != rows.cend(); ++it)
             EXPECT_EQ(it.value(), completeRows.value(it.key())) << "asset " << it.key().toStdString();
-        // The large video may have been a download running ahead of the item being written; then it
-        // was dropped with the temporary folder and waits for the next run, like every later item.
+        bool largeFileRecorded = false;
+        for (const ManifestRow& row : readManifestRows(dest))
+            largeFileRecorded = largeFileRecorded || row.sourcePath == device.largeFile;
+        EXPECT_TRUE(largeFileRecorded);
         EXPECT_FALSE(QFileInfo::exists(dest + "/" + BackupEngine::tempFolderName));
         EXPECT_FALSE(QFileInfo::exists(dest + "/" + BackupFolderLock::fileName));
         EXPECT_TRUE(BackupVerifier::run(dest).isClean());
@@ -144,7 +140,7 @@ TEST(BackupInterrupt, CtrlCOrSigtermFinishesTheCurrentItemThenStops)
 // with the same backup as a run never interrupted.
 TEST(BackupInterrupt, SecondCtrlCStopsAtOnceAndTheNextRunCarriesOn)
 {
-    PhoneWithALargeVideo device;
+    PhoneWithALargeFirstFile device;
     TempDir dirs;
     const QString reference = dirs.filePath("reference");
     const QString dest = dirs.filePath("dest");
@@ -152,7 +148,7 @@ TEST(BackupInterrupt, SecondCtrlCStopsAtOnceAndTheNextRunCarriesOn)
     QDir().mkpath(dest);
     ASSERT_EQ(device.phone.cli(kBackup + QStringList{reference}).exitCode, 0);
 
-    auto run = device.startAndWaitForTheLargeVideo(kBackup + QStringList{dest});
+    auto run = device.startAndWaitForTheLargeFile(kBackup + QStringList{dest});
     ASSERT_TRUE(run->isRunning()) << run->finish().describe().toStdString();
     run->signal(SIGINT);
     EXPECT_TRUE(run->runFor(200));
@@ -160,12 +156,12 @@ TEST(BackupInterrupt, SecondCtrlCStopsAtOnceAndTheNextRunCarriesOn)
     clock.start();
     run->signal(SIGINT);
     const ProgramResult stopped = run->finish(10);
-    EXPECT_LT(clock.elapsed(), 1000) << "the large video takes seconds more";
+    EXPECT_LT(clock.elapsed(), 1000) << "the large file takes more than a second more";
     EXPECT_EQ(stopped.exitCode, 130) << stopped.describe().toStdString();
     EXPECT_TRUE(stopped.err.endsWith("Stopped at once. The next backup carries on from the last finished file.\n"))
         << stopped.err.toStdString();
     for (const ManifestRow& row : readManifestRows(dest))
-        EXPECT_NE(row.sourcePath, device.largeVideo) << "the video was not finished";
+        EXPECT_NE(row.sourcePath, device.largeFile) << "the large file was not finished";
     EXPECT_TRUE(BackupVerifier::run(dest).isClean());
 
     const ProgramResult next = device.phone.cli(kBackup + QStringList{dest});
