@@ -621,19 +621,29 @@ std::optional<QStringList> BackupEngine::listing(const QString& directory)
     return names;
 }
 
+// Asks for the folders an asset's components() will list, well before its turn: a listing asked
+// for only then would wait behind every download queued before it, and so would the whole run.
 void BackupEngine::listAhead(const LibraryAsset& asset)
 {
+    const auto index = m_folderIndexes.constFind(asset.directory);
+    if (index == m_folderIndexes.cend()) {
+        listSoon(u'/' + asset.directory);
+        // Whether the asset's file is there is not known yet: its edits are listed in case it is.
+        if (asset.hasAdjustments)
+            listSoon(adjustmentsFolder(asset, FileNaming::split(asset.filename).stem));
+        return;
+    }
     if (!asset.hasAdjustments)
         return;
-    // Only for an asset that components() will go on to look at: its own folder, already listed,
-    // holds its file.
-    const auto index = m_folderIndexes.constFind(asset.directory);
-    if (index == m_folderIndexes.cend())
-        return;
+    // Only for an asset that components() will go on to look at: its own folder holds its file.
     const auto siblings = index->namesByStem.constFind(foldedStem(asset.filename));
     if (siblings == index->namesByStem.cend() || !siblings->contains(asset.filename))
         return;
-    const QString folder = adjustmentsFolder(asset, FileNaming::split(asset.filename).stem);
+    listSoon(adjustmentsFolder(asset, FileNaming::split(asset.filename).stem));
+}
+
+void BackupEngine::listSoon(const QString& folder)
+{
     if (!m_listingCache.contains(folder) && !m_pendingListings.contains(folder))
         m_pendingListings.insert(folder, m_queue->list(folder));
 }

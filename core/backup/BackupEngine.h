@@ -87,6 +87,7 @@ private:
 
     void lookAhead(const LibraryAsset& asset, const QList<BackupNode>& leaves, const QString& tmp);
     void listAhead(const LibraryAsset& asset);
+    void listSoon(const QString& folder);
     static QString adjustmentsFolder(const LibraryAsset& asset, const QString& stem);
     void forget(const QString& assetUUID);
     std::optional<Components> componentsOf(const LibraryAsset& asset);

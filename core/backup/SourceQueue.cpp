@@ -15,7 +15,7 @@ SourceQueue::~SourceQueue()
         m_stopping = true;
         for (auto it = m_jobs.begin(); it != m_jobs.end();) {
             if (it->second.state == State::running) {
-                it->second.dropped = true;
+                stopRunning(it->second);
                 ++it;
                 continue;
             }
@@ -95,7 +95,7 @@ void SourceQueue::drop(Ticket ticket)
         return;
     switch (it->second.state) {
     case State::running:
-        it->second.dropped = true; // the thread removes the file when the download ends
+        stopRunning(it->second); // the thread removes the file when the download ends
         return;
     case State::done:
         if (it->second.isDownload) {
@@ -108,6 +108,12 @@ void SourceQueue::drop(Ticket ticket)
         break;
     }
     m_jobs.erase(it);
+}
+
+void SourceQueue::stopRunning(Job& job)
+{
+    job.dropped = true;
+    m_runningStop.request_stop();
 }
 
 std::map<SourceQueue::Ticket, SourceQueue::Job>::iterator SourceQueue::nextJob()
@@ -142,6 +148,8 @@ void SourceQueue::work()
         const bool isDownload = job.isDownload;
         const QString path = job.path;
         const QString destination = job.destination;
+        m_runningStop = std::stop_source();
+        const std::stop_token stop = m_runningStop.get_token();
         lock.unlock();
 
         DownloadResult result;
@@ -149,7 +157,7 @@ void SourceQueue::work()
         std::exception_ptr failure;
         try {
             if (isDownload)
-                result = m_source.download(path, destination);
+                result = m_source.download(path, destination, stop);
             else
                 names = m_source.listDirectory(path);
         } catch (...) {

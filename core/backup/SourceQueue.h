@@ -10,6 +10,7 @@
 #include <exception>
 #include <map>
 #include <mutex>
+#include <stop_token>
 #include <thread>
 
 class MediaSource;
@@ -25,7 +26,8 @@ public:
     using Ticket = uint64_t;
 
     SourceQueue(MediaSource& source, int maxReady);
-    // Waits for the job under way, if any; the files of downloads never taken are removed.
+    // Stops the download under way, if any, and waits for it to end; the files of downloads never
+    // taken are removed.
     ~SourceQueue();
     SourceQueue(const SourceQueue&) = delete;
     SourceQueue& operator=(const SourceQueue&) = delete;
@@ -39,7 +41,8 @@ public:
     // file then belongs to the caller. Each ticket can be taken once.
     DownloadResult takeDownload(Ticket ticket);
     QStringList takeListing(Ticket ticket);
-    // The job is no longer wanted: skipped if it has not begun; a download's file is removed.
+    // The job is no longer wanted: skipped if it has not begun, stopped if it is under way; a
+    // download's file is removed.
     void drop(Ticket ticket);
 
 private:
@@ -60,6 +63,7 @@ private:
     Job take(Ticket ticket);
     std::map<Ticket, Job>::iterator nextJob();
     void work();
+    void stopRunning(Job& job);
 
     MediaSource& m_source;
     const int m_maxReady;
@@ -69,5 +73,7 @@ private:
     std::map<Ticket, Job> m_jobs;
     Ticket m_next = 1;
     bool m_stopping = false;
+    std::stop_source m_runningStop; // of the job under way
+
     std::thread m_thread;
 };

@@ -247,7 +247,7 @@ void AFCDevice::readChunks(const QString& path, const ChunkHandler& body)
     }
 }
 
-DownloadResult AFCDevice::download(const QString& path, const QString& destination)
+DownloadResult AFCDevice::download(const QString& path, const QString& destination, std::stop_token stop)
 {
     // An existing file is replaced by an empty one; the caller writes to a temporary name.
     QFile file(destination);
@@ -255,6 +255,8 @@ DownloadResult AFCDevice::download(const QString& path, const QString& destinati
         throw MediaSourceError::readFailed(path, "cannot create " + destination);
     StreamingHasher hasher;
     readChunks(path, [&](const char* data, size_t length) {
+        if (stop.stop_requested())
+            throw MediaSourceError::readFailed(path, "the download was stopped");
         hasher.update(data, length);
         // A write cut short (a full disk) reports no error until the rest is written again.
         for (qint64 done = 0; done < qint64(length);) {

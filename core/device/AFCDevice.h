@@ -41,7 +41,7 @@ public:
 
     // Throw MediaSourceError (download also the local file system's error, as std::runtime_error).
     QStringList listDirectory(const QString& path) override;
-    DownloadResult download(const QString& path, const QString& destination) override;
+    DownloadResult download(const QString& path, const QString& destination, std::stop_token stop = {}) override;
     QByteArray readFile(const QString& path) override;
 
 private:

@@ -29,9 +29,10 @@ namespace {
 
 const QStringList kBackup{"backup", "--all", "--yes"};
 
-// A throttled phone whose first file a backup copies is made large, so that copying that first
-// item takes seconds: a signal sent once the phone starts sending it reaches the run while that
-// item is the one being backed up (later files may be fetched ahead; the first one cannot be).
+// A phone whose first file a backup copies is made large, and the first file of the next item
+// larger still. Served slowly, copying that first item takes seconds: a signal sent once the phone
+// starts sending it reaches the run while that item is the one being backed up, and the next
+// item's file, fetched ahead meanwhile, would take far longer to arrive.
 struct PhoneWithALargeFirstFile {
     PhoneWithALargeFirstFile() : phone({"--assets", "30", "--seed", "21"})
     {
@@ -40,17 +41,32 @@ struct PhoneWithALargeFirstFile {
         if (run.exitCode != 0)
             throw std::runtime_error(run.describe().toStdString());
         SQLiteDB manifest(scratch.filePath(Manifest::fileName), true, false);
-        manifest.query("SELECT source_path FROM files ORDER BY rowid LIMIT 1", {},
-                       [&](const SQLRow& row) { largeFile = row.text(0).value_or(""); });
-        QFile file(phone.deviceFolder() + "/media" + largeFile);
-        if (largeFile.isEmpty() || !file.open(QIODevice::Append) || file.write(QByteArray(kBytes, 'v')) != kBytes)
-            throw std::runtime_error("cannot enlarge a file of the phone");
-        phone.setFaults({{"bytesPerSecond", 2000000}}); // two seconds for the large file
+        QString firstAsset;
+        manifest.query("SELECT asset_uuid, source_path FROM files ORDER BY rowid", {}, [&](const SQLRow& row) {
+            if (firstAsset.isEmpty()) {
+                firstAsset = row.text(0).value_or("");
+                largeFile = row.text(1).value_or("");
+            } else if (nextFile.isEmpty() && row.text(0) != firstAsset) {
+                nextFile = row.text(1).value_or("");
+            }
+        });
+        if (largeFile.isEmpty() || nextFile.isEmpty())
+            throw std::runtime_error("the phone has too few items");
+        enlarge(largeFile, kBytes);
+        enlarge(nextFile, kNextBytes);
     }
 
-    // Starts a backup and returns once the phone is sending the large file.
+    // Runs a backup to its end, the phone at full speed.
+    ProgramResult cli(const QStringList& arguments)
+    {
+        phone.setFaults({});
+        return phone.cli(arguments);
+    }
+
+    // Starts a backup of the slow phone and returns once the phone is sending the large file.
     std::unique_ptr<CliProcess> startAndWaitForTheLargeFile(const QStringList& arguments)
     {
+        phone.setFaults({{"bytesPerSecond", kBytesPerSecond}});
         auto run = std::make_unique<CliProcess>(PhoneBackup::cliPath(), arguments, phone.environment());
         const qsizetype logStart = phone.simulator().log().size();
         while (run->runFor(10) && !phone.simulator().log().mid(logStart).contains("FILE_OPEN " + largeFile + " "))
@@ -58,9 +74,19 @@ struct PhoneWithALargeFirstFile {
         return run;
     }
 
-    static constexpr qint64 kBytes = 4000000;
+    void enlarge(const QString& devicePath, qint64 bytes)
+    {
+        QFile file(phone.deviceFolder() + "/media" + devicePath);
+        if (!file.open(QIODevice::Append) || file.write(QByteArray(bytes, 'v')) != bytes)
+            throw std::runtime_error("cannot enlarge a file of the phone");
+    }
+
+    static constexpr qint64 kBytesPerSecond = 2000000;
+    static constexpr qint64 kBytes = 4000000;      // two seconds
+    static constexpr qint64 kNextBytes = 30000000; // fifteen seconds
     PhoneBackup phone;
-    QString largeFile; // its device path
+    QString largeFile; // device paths
+    QString nextFile;
 };
 
 // Manifest rows per asset.
@@ -82,15 +108,15 @@ QString lastLine(const QByteArray& output) { return QString::fromUtf8(output).tr
 } // namespace
 
 // Ctrl-C, or SIGTERM from a service manager, while a file is being copied: that item is finished,
-// the run stops with its summary and exit code 130, the report says it was cancelled, and the next
-// run completes the backup.
+// the run stops with its summary and exit code 130 without waiting for the next item's file,
+// the report says it was cancelled, and the next run completes the backup.
 TEST(BackupInterrupt, CtrlCOrSigtermFinishesTheCurrentItemThenStops)
 {
     PhoneWithALargeFirstFile device;
     TempDir dirs;
     const QString reference = dirs.filePath("reference");
     QDir().mkpath(reference);
-    const ProgramResult whole = device.phone.cli(kBackup + QStringList{reference});
+    const ProgramResult whole = device.cli(kBackup + QStringList{reference});
     ASSERT_EQ(whole.exitCode, 0) << whole.describe().toStdString();
     const QHash<QString, int> completeRows = rowsPerAsset(reference);
 
@@ -101,9 +127,15 @@ TEST(BackupInterrupt, CtrlCOrSigtermFinishesTheCurrentItemThenStops)
         QDir().mkpath(dest);
         auto run = device.startAndWaitForTheLargeFile(kBackup + QStringList{"--report", report, dest});
         ASSERT_TRUE(run->isRunning()) << run->finish().describe().toStdString();
+        const qsizetype logStart = device.phone.simulator().log().size();
         run->signal(signal);
+        QElapsedTimer clock;
+        clock.start();
         EXPECT_TRUE(run->runFor(500)) << "the item being copied is finished first";
         const ProgramResult stopped = run->finish();
+        EXPECT_LT(clock.elapsed(), 8000) << "the next item's file, which takes 15 s, was waited for";
+        EXPECT_TRUE(device.phone.simulator().log().mid(logStart).contains("FILE_OPEN " + device.nextFile + " "))
+            << "the next item's file was not being fetched ahead when the run stopped";
         EXPECT_EQ(stopped.exitCode, 130) << stopped.describe().toStdString();
         EXPECT_EQ(lastLine(stopped.out), "Cancelled before finishing.");
         EXPECT_TRUE(stopped.out.contains("\nFiles copied: ")) << stopped.out.toStdString();
@@ -130,7 +162,7 @@ TEST(BackupInterrupt, CtrlCOrSigtermFinishesTheCurrentItemThenStops)
         EXPECT_TRUE(json["summary"]["cancelled"].toBool());
         EXPECT_EQ(json["lines"].toArray().last().toString(), "Cancelled before finishing.");
 
-        const ProgramResult next = device.phone.cli(kBackup + QStringList{dest});
+        const ProgramResult next = device.cli(kBackup + QStringList{dest});
         EXPECT_EQ(next.exitCode, 0) << next.describe().toStdString();
         EXPECT_EQ(backupDifferences(reference, dest), QStringList());
     }
@@ -146,7 +178,7 @@ TEST(BackupInterrupt, SecondCtrlCStopsAtOnceAndTheNextRunCarriesOn)
     const QString dest = dirs.filePath("dest");
     QDir().mkpath(reference);
     QDir().mkpath(dest);
-    ASSERT_EQ(device.phone.cli(kBackup + QStringList{reference}).exitCode, 0);
+    ASSERT_EQ(device.cli(kBackup + QStringList{reference}).exitCode, 0);
 
     auto run = device.startAndWaitForTheLargeFile(kBackup + QStringList{dest});
     ASSERT_TRUE(run->isRunning()) << run->finish().describe().toStdString();
@@ -164,7 +196,7 @@ TEST(BackupInterrupt, SecondCtrlCStopsAtOnceAndTheNextRunCarriesOn)
         EXPECT_NE(row.sourcePath, device.largeFile) << "the large file was not finished";
     EXPECT_TRUE(BackupVerifier::run(dest).isClean());
 
-    const ProgramResult next = device.phone.cli(kBackup + QStringList{dest});
+    const ProgramResult next = device.cli(kBackup + QStringList{dest});
     EXPECT_EQ(next.exitCode, 0) << next.describe().toStdString();
     EXPECT_EQ(backupDifferences(reference, dest), QStringList());
     EXPECT_FALSE(QFileInfo::exists(dest + "/" + BackupEngine::tempFolderName));

@@ -58,7 +58,7 @@ QStringList FakeMediaSource::listDirectory(const QString& path)
     return sorted;
 }
 
-DownloadResult FakeMediaSource::download(const QString& path, const QString& destination)
+DownloadResult FakeMediaSource::download(const QString& path, const QString& destination, std::stop_token)
 {
     checkFailure(path);
     if (!m_files.contains(path))

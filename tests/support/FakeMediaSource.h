@@ -20,7 +20,7 @@ public:
     void failPath(const QString& path, const QString& message) { m_failures.insert(path, message); }
 
     QStringList listDirectory(const QString& path) override;
-    DownloadResult download(const QString& path, const QString& destination) override;
+    DownloadResult download(const QString& path, const QString& destination, std::stop_token stop = {}) override;
     QByteArray readFile(const QString& path) override;
 
     int downloadCount(const QString& path) const { return m_downloads.value(path); }

@@ -1,5 +1,7 @@
 #include "EngineFixture.h"
 
+#include <QElapsedTimer>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -121,4 +123,47 @@ TEST(BackupEngineLookahead, AFileThatCannotBeWrittenFailsItsOwnAssetAndItsOtherF
     after.remove("Albums/Trips");
     EXPECT_EQ(after, before);
     EXPECT_THAT(inconsistencies(dir.path()), IsEmpty());
+}
+
+// Cancelled while the next item's file is coming in ahead of its turn: the run ends after the
+// current item without waiting for that download, which is stopped and leaves nothing behind.
+TEST(BackupEngineLookahead, CancellingStopsTheDownloadRunningAhead)
+{
+    TestPhone phone;
+    phone.addAsset("A", "IMG_0001.JPG", "first", kJan2024 + 1);
+    phone.addAsset("B", "IMG_0002.MOV", "a long video", kJan2024 + 2);
+    const BackupPlan plan(phone.library, {});
+    TempDir dir;
+    Manifest manifest(dir.path());
+
+    // The video takes ten seconds unless it is stopped.
+    std::atomic<bool> videoBegun = false;
+    std::atomic<bool> videoStopped = false;
+    phone.source.whileDownloading = [&](const QString& path, std::stop_token stop) {
+        if (path != kDir + "IMG_0002.MOV")
+            return;
+        videoBegun = true;
+        for (int i = 0; i < 1000 && !stop.stop_requested(); ++i)
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        videoStopped = stop.stop_requested();
+        if (videoStopped)
+            throw MediaSourceError::readFailed(path, "the download was stopped");
+    };
+    std::atomic<bool> cancelled = false;
+    QElapsedTimer clock;
+    clock.start();
+    const RunResult run = runEngine(phone.source, plan, dir.path(), manifest, options({"camera-roll"}),
+                                    [&] { return bool(cancelled); },
+                                    [&](const BackupEvent& event) {
+                                        if (event.kind == BackupEvent::Kind::log &&
+                                            event.line == "Copied Camera Roll/IMG_0001.JPG")
+                                            cancelled = waitFor(videoBegun);
+                                    });
+    EXPECT_LT(clock.elapsed(), 5000) << "the run waited for the video's download";
+    EXPECT_TRUE(cancelled) << "the video's download never began ahead of its turn";
+    EXPECT_TRUE(videoStopped);
+    EXPECT_TRUE(run.summary.cancelled);
+    EXPECT_THAT(run.log, ElementsAre("Copied Camera Roll/IMG_0001.JPG"));
+    EXPECT_THAT(folderState(dir.path(), kManifestFiles).keys(), ElementsAre("Camera Roll", "Camera Roll/IMG_0001.JPG"));
+    EXPECT_EQ(fileRows(manifest, false).size(), 1);
 }

@@ -31,11 +31,13 @@ inline void PrintTo(const SourceComponent& part, std::ostream* out)
          << part.ext.toStdString();
 }
 
-// A media source with seams for faults: a hook before every download (the count starts at 1),
-// files that are listed but gone when fetched, and a count of directory listings.
+// A media source with seams for faults: a hook before every download (the count starts at 1), one
+// while a download is under way (its token tells when it is no longer wanted), files that are
+// listed but gone when fetched, and a count of directory listings.
 class ScriptedSource : public FakeMediaSource {
 public:
     std::function<void(const QString& path, const QString& destination, int count)> beforeDownload;
+    std::function<void(const QString& path, std::stop_token stop)> whileDownloading;
     QSet<QString> vanished;
     QHash<QString, int> listings;
     int downloads = 0;
@@ -45,14 +47,17 @@ public:
         listings[path] += 1;
         return FakeMediaSource::listDirectory(path);
     }
-    DownloadResult download(const QString& path, const QString& destination) override
+    DownloadResult download(const QString& path, const QString& destination, std::stop_token stop = {}) override
     {
         ++downloads;
         if (beforeDownload)
             beforeDownload(path, destination, downloads);
         if (vanished.contains(path))
             throw MediaSourceError::notFound(path);
-        return FakeMediaSource::download(path, destination);
+        const DownloadResult result = FakeMediaSource::download(path, destination, stop);
+        if (whileDownloading)
+            whileDownloading(path, stop);
+        return result;
     }
 };
 

@@ -23,7 +23,7 @@ public:
     void serveOnCall(const QString& path, int call, const QByteArray& content) { m_content.insert({path, call}, content); }
     int calls(const QString& path) const { return m_calls.value(path); }
 
-    DownloadResult download(const QString& path, const QString& destination) override
+    DownloadResult download(const QString& path, const QString& destination, std::stop_token stop = {}) override
     {
         const int call = ++m_calls[path];
         if (const auto error = m_errors.constFind({path, call}); error != m_errors.cend())
@@ -32,7 +32,7 @@ public:
             writeFile(destination, *content);
             return sha256OfFile(destination);
         }
-        return FakeMediaSource::download(path, destination);
+        return FakeMediaSource::download(path, destination, stop);
     }
 
 private:
