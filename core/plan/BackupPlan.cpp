@@ -258,6 +258,7 @@ private:
             else
                 topLevel.push_back(int(i));
         }
+        hangLoopsAtTheTop(topLevel);
 
         // One collation key per title: comparing keys is far cheaper than collating strings.
         const QCollator collator = titleCollator();
@@ -268,8 +269,43 @@ private:
         m_plan.albumTree = nodes(topLevel);
     }
 
-    // Each album has a single parent, so a folder cycle is never reached from the top level
-    // and this recursion ends.
+    // Folders that enclose each other in a loop (only a damaged library has one) hang from nothing
+    // at the top level. One folder of each loop is put at the top level instead, so that neither the
+    // loop nor the albums in it, nor their photos, drop out of the tree.
+    void hangLoopsAtTheTop(std::vector<int>& topLevel)
+    {
+        std::vector<bool> reached(m_albums.size(), false);
+        const auto reach = [&](int from) {
+            std::vector<int> pending{from};
+            while (!pending.empty()) {
+                const int index = pending.back();
+                pending.pop_back();
+                if (reached[size_t(index)])
+                    continue;
+                reached[size_t(index)] = true;
+                pending.insert(pending.end(), m_children[size_t(index)].begin(), m_children[size_t(index)].end());
+            }
+        };
+        for (int index : topLevel)
+            reach(index);
+        for (size_t i = 0; i < m_albums.size(); ++i) {
+            if (reached[i])
+                continue;
+            // Climb from this unreached album to the first folder met twice: that one is in the loop.
+            QSet<int> climbed;
+            int inLoop = int(i);
+            while (!climbed.contains(inLoop)) {
+                climbed.insert(inLoop);
+                inLoop = parentFolder(inLoop);
+            }
+            auto& siblings = m_children[size_t(parentFolder(inLoop))];
+            siblings.erase(std::find(siblings.begin(), siblings.end(), inLoop));
+            topLevel.push_back(inLoop);
+            reach(inLoop);
+        }
+    }
+
+    // Each album has a single parent and no loop hangs from the top level, so this recursion ends.
     QList<BackupNode> nodes(std::vector<int> indices) const
     {
         std::stable_sort(indices.begin(), indices.end(),

@@ -212,18 +212,26 @@ TEST(BackupPlan, ParentsThatAreMissingTrashedOrNotFoldersLeaveAlbumsAtTheTopLeve
     EXPECT_FALSE(inner.children->at(0).children);
 }
 
-TEST(BackupPlan, FolderCyclesEnd)
+// Folders enclosing each other (a damaged library) neither hang the plan nor lose the photos of
+// the albums inside them.
+TEST(BackupPlan, FolderLoopsEndAndStayInTheTree)
 {
     PhotoLibrary library;
-    library.albums << folder(1, "A", 2) << folder(2, "B", 1) << album(3, "C", 1) << folder(4, "Self", 4)
+    library.assets << photo(1, "in-loop") << photo(2, "in-top");
+    library.albums << album(3, "C", 1) << folder(1, "A", 2) << folder(2, "B", 1) << folder(4, "Self", 4)
                    << album(5, "Top");
+    library.membership[3] = {1};
+    library.membership[5] = {2};
     const BackupPlan plan(library);
 
     // Each folder of the loop appears once among the enclosing folders.
     EXPECT_EQ(plan.albumPaths.value("album-3"), "Albums/B/A/C");
-    // The loop hangs from no top-level node, so none of it is in the tree.
-    EXPECT_EQ(titles(plan.albumTree), QStringList{"Top"});
-    EXPECT_FALSE(plan.node("album-1"));
+    // One folder of each loop stands at the top level, the rest of the loop below it.
+    EXPECT_EQ(titles(plan.albumTree), (QStringList{"A", "Self", "Top"}));
+    ASSERT_TRUE(plan.albumTree[0].children);
+    EXPECT_EQ(titles(*plan.albumTree[0].children), (QStringList{"B", "C"}));
+    EXPECT_EQ((*plan.albumTree[0].children)[0].children->size(), 0);
+    EXPECT_EQ(placed(plan), (QStringList{"in-loop", "in-top"}));
 }
 
 TEST(BackupPlan, AlbumTreeIsSortedNumericallyIgnoringCaseWithAccentsBesideTheirLetters)
