@@ -1,45 +1,22 @@
-#include "CommandLine.h"
-#include "QtPrinters.h"
+#include "CliRun.h"
 #include "Version.h"
 
 #include <QProcess>
 
 #include <gtest/gtest.h>
 
-namespace {
-
-struct Result {
-    int code;
-    QString out;
-    QString err;
-};
-
-Result runInProcess(const QStringList& arguments)
-{
-    QString out, err;
-    QTextStream outStream(&out), errStream(&err);
-    CommandContext context{outStream, errStream};
-    CommandLine commandLine;
-    const int code = commandLine.run(arguments, context);
-    outStream.flush();
-    errStream.flush();
-    return {code, out, err};
-}
-
-} // namespace
-
 TEST(CommandLine, VersionHelpAndUsageErrors)
 {
-    const Result version = runInProcess({"--version"});
+    const CliRun version = CliRun::of({"--version"});
     EXPECT_EQ(version.code, 0);
     EXPECT_EQ(version.out, QString("ombrelo-cli ") + ombrelo::kVersion + "\n");
 
-    const Result help = runInProcess({"--help"});
+    const CliRun help = CliRun::of({"--help"});
     EXPECT_EQ(help.code, 0);
     EXPECT_TRUE(help.out.startsWith("Usage: ombrelo-cli")) << help.out.toStdString();
 
     for (const QStringList& bad : {QStringList{"frobnicate"}, QStringList{"--frobnicate"}, QStringList{}}) {
-        const Result result = runInProcess(bad);
+        const CliRun result = CliRun::of(bad);
         EXPECT_EQ(result.code, 2);
         EXPECT_TRUE(result.out.isEmpty());
         EXPECT_TRUE(result.err.contains("Usage: ombrelo-cli")) << result.err.toStdString();

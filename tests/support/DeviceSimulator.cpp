@@ -81,6 +81,14 @@ QJsonObject SimulatedPhone::toJson() const
 
 QString simulatedUdid(int n) { return "a0b1c2d3" + QString::number(n, 16).rightJustified(32, '0'); }
 
+SimulatedPhone simulatedPhone(int n, const QString& name)
+{
+    SimulatedPhone phone;
+    phone.udid = simulatedUdid(n);
+    phone.name = name;
+    return phone;
+}
+
 void writeDeviceJson(const QString& folder, const SimulatedPhone& phone)
 {
     writeWhole(folder + "/device.json", QJsonDocument(phone.toJson()).toJson());
