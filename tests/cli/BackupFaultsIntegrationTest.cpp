@@ -40,31 +40,38 @@ QStringList linesStartingWith(const QByteArray& output, const QString& prefix)
     return found;
 }
 
-// The SHA-256 of every file the phone holds.
-QSet<QString> phoneHashes(const PhoneBackup& phone)
+// A new folder in `dirs`.
+QString newFolder(const TempDir& dirs, const QString& name)
 {
-    QSet<QString> hashes;
+    QDir().mkpath(dirs.filePath(name));
+    return dirs.filePath(name);
+}
+
+// A backup of the whole phone that nothing disturbed, to hold the others against.
+QString referenceBackup(const PhoneBackup& phone, const TempDir& dirs)
+{
+    const QString reference = newFolder(dirs, "reference");
+    const ProgramResult run = phone.cli(arguments(kBackup, reference));
+    if (run.exitCode != 0)
+        throw std::runtime_error(run.describe().toStdString());
+    return reference;
+}
+
+// What a run that broke off must leave: no temporary folder, no file under the backup folder (the
+// manifest aside) that is not a complete copy of a phone file, every recorded file intact.
+void expectNothingHalfDone(const QString& dest, const PhoneBackup& phone)
+{
+    EXPECT_FALSE(QFileInfo::exists(dest + "/" + BackupEngine::tempFolderName));
+    QSet<QString> complete;
     for (const PhoneAnswerKey::Asset& asset : phone.answerKey().assets)
         for (const PhoneAnswerKey::File& file : asset.files)
-            hashes.insert(file.sha256);
-    return hashes;
-}
-
-// Files under a backup folder, the manifest aside, that are not a complete copy of a phone file.
-QStringList partialFiles(const QString& root, const QSet<QString>& complete)
-{
-    QStringList partial;
-    const FolderSnapshot snapshot = FolderSnapshot::take(root);
+            complete.insert(file.sha256);
+    const FolderSnapshot snapshot = FolderSnapshot::take(dest);
     for (auto it = snapshot.files.cbegin(); it != snapshot.files.cend(); ++it)
-        if (!it.key().startsWith(Manifest::fileName) && !complete.contains(it->sha256))
-            partial << it.key();
-    return partial;
-}
-
-QString verifyProblems(const QString& root)
-{
-    const VerificationReport report = BackupVerifier::run(root);
-    return report.isClean() ? QString() : report.lines().join("\n");
+        EXPECT_TRUE(it.key().startsWith(Manifest::fileName) || complete.contains(it->sha256))
+            << "partial file " << it.key().toStdString();
+    const VerificationReport report = BackupVerifier::run(dest);
+    EXPECT_TRUE(report.isClean()) << report.lines().join("\n").toStdString();
 }
 
 } // namespace
@@ -76,11 +83,8 @@ TEST(BackupFaults, OneBackupPerFolderAtATime)
 {
     PhoneBackup phone({"--assets", "30", "--seed", "5"});
     TempDir dirs;
-    const QString reference = dirs.filePath("reference");
-    const QString shared = dirs.filePath("shared");
-    QDir().mkpath(reference);
-    QDir().mkpath(shared);
-    ASSERT_EQ(phone.cli(arguments(kBackup, reference)).exitCode, 0);
+    const QString reference = referenceBackup(phone, dirs);
+    const QString shared = newFolder(dirs, "shared");
 
     // A slow phone keeps the first run copying while the others try.
     phone.setFaults({{"bytesPerSecond", 300000}});
@@ -110,8 +114,7 @@ TEST(BackupFaults, OneBackupPerFolderAtATime)
     EXPECT_FALSE(QFileInfo::exists(shared + "/" + BackupFolderLock::fileName));
 
     // Two runs started together into a new folder: exactly one copies.
-    const QString together = dirs.filePath("together");
-    QDir().mkpath(together);
+    const QString together = newFolder(dirs, "together");
     CliProcess a(PhoneBackup::cliPath(), arguments(kBackup, together), phone.environment());
     CliProcess b(PhoneBackup::cliPath(), arguments(kBackup, together), phone.environment());
     const ProgramResult endA = a.finish();
@@ -170,9 +173,7 @@ TEST(BackupFaults, FullDiskFailsTheItemBeingCopiedAndTheRunAfterFreeingSpaceComp
         ASSERT_TRUE(file.open(QIODevice::Append));
         file.write(QByteArray(videoBytes - file.size(), 'v'));
     }
-    const QString reference = dirs.filePath("reference");
-    QDir().mkpath(reference);
-    ASSERT_EQ(phone.cli(arguments(kBackup, reference)).exitCode, 0);
+    const QString reference = referenceBackup(phone, dirs);
     int videoCopies = 0;
     for (const ManifestRow& row : readManifestRows(reference))
         videoCopies += row.assetUUID == video->uuid && row.status == "copied" && row.size == videoBytes;
@@ -201,9 +202,7 @@ TEST(BackupFaults, FullDiskFailsTheItemBeingCopiedAndTheRunAfterFreeingSpaceComp
     EXPECT_TRUE(videoFailed) << full.describe().toStdString();
     EXPECT_TRUE(full.out.contains(("\nErrors: " + QString::number(errors.size()) + "\n").toUtf8())) << full.out.toStdString();
 
-    EXPECT_FALSE(QFileInfo::exists(dest + "/" + BackupEngine::tempFolderName));
-    EXPECT_EQ(partialFiles(dest, phoneHashes(phone)), QStringList());
-    EXPECT_EQ(verifyProblems(dest), "");
+    expectNothingHalfDone(dest, phone);
     // What was recorded is exactly what an uninterrupted run records for those files.
     const ManifestRows referenceRows = readManifestRows(reference);
     const ManifestRows copied = readManifestRows(dest);
@@ -229,9 +228,7 @@ TEST(BackupFaults, DiskFullEvenForTheManifestLosesNothing)
     if (!disk.mounted())
         GTEST_SKIP() << "This test needs to mount a tmpfs (as root): " << disk.error().toStdString();
     PhoneBackup phone({"--assets", "30", "--seed", "6"});
-    const QString reference = dirs.filePath("reference");
-    QDir().mkpath(reference);
-    ASSERT_EQ(phone.cli(arguments(kBackup, reference)).exitCode, 0);
+    const QString reference = referenceBackup(phone, dirs);
 
     fillDiskLeaving(disk.path() + "/filler", diskUsage(reference) / 2);
     const QString dest = disk.path() + "/backup";
@@ -243,9 +240,7 @@ TEST(BackupFaults, DiskFullEvenForTheManifestLosesNothing)
     for (const QString& error : errors)
         EXPECT_TRUE(error.contains("database or disk is full") || error.contains("No space left on device"))
             << error.toStdString();
-    EXPECT_FALSE(QFileInfo::exists(dest + "/" + BackupEngine::tempFolderName));
-    EXPECT_EQ(partialFiles(dest, phoneHashes(phone)), QStringList());
-    EXPECT_EQ(verifyProblems(dest), "");
+    expectNothingHalfDone(dest, phone);
     const ManifestRows recorded = readManifestRows(dest);
     EXPECT_GT(recorded.size(), 0) << "some files fit before the disk was full";
 
@@ -299,22 +294,21 @@ TEST(BackupFaults, PhoneTroubleMidBackupLosesNothing)
 {
     PhoneBackup phone({"--assets", "30", "--seed", "8"});
     TempDir dirs;
-    const QString reference = dirs.filePath("reference");
-    const QString dest = dirs.filePath("dest");
-    QDir().mkpath(reference);
-    QDir().mkpath(dest);
-    ASSERT_EQ(phone.cli(arguments(kBackup, reference)).exitCode, 0);
-    const QSet<QString> complete = phoneHashes(phone);
+    const QString reference = referenceBackup(phone, dirs);
+    const QString dest = newFolder(dirs, "dest");
 
-    // The database (about 250 kB) and a few files get through, then the cable is pulled.
+    // The database (about 250 kB) and a few files get through, then the cable is pulled: the item
+    // being copied fails with the phone's reason and the run ends with its summary.
     phone.setFaults({{"dropAfterBytes", 300000}});
     const ProgramResult pulled = phone.cli(arguments(kBackup, dest));
     EXPECT_EQ(pulled.exitCode, 1) << pulled.describe().toStdString();
-    EXPECT_FALSE(linesStartingWith(pulled.out, "ERROR ").isEmpty()) << pulled.describe().toStdString();
+    const QStringList errors = linesStartingWith(pulled.out, "ERROR ");
+    ASSERT_FALSE(errors.isEmpty()) << pulled.describe().toStdString();
+    EXPECT_TRUE(errors.first().contains(" from device: ")) << errors.first().toStdString();
+    EXPECT_TRUE(pulled.out.endsWith(("\nErrors: " + QString::number(errors.size()) + "\n").toUtf8()))
+        << pulled.describe().toStdString();
     EXPECT_GT(readManifestRows(dest).size(), 0) << pulled.describe().toStdString();
-    EXPECT_EQ(partialFiles(dest, complete), QStringList());
-    EXPECT_FALSE(QFileInfo::exists(dest + "/" + BackupEngine::tempFolderName));
-    EXPECT_EQ(verifyProblems(dest), "");
+    expectNothingHalfDone(dest, phone);
 
     const FolderSnapshot before = FolderSnapshot::take(dest);
     phone.setFaults({{"lockdownError", "PasswordProtected"}});
@@ -341,10 +335,7 @@ TEST(BackupFaults, DamagedOrForeignManifestIsReportedAndLeftAlone)
 {
     PhoneBackup phone({"--assets", "20", "--seed", "9"});
     TempDir dirs;
-    const QString good = dirs.filePath("good");
-    QDir().mkpath(good);
-    ASSERT_EQ(phone.cli(arguments(kBackup, good)).exitCode, 0);
-    const QByteArray manifest = readFile(good + "/" + Manifest::fileName);
+    const QByteArray manifest = readFile(referenceBackup(phone, dirs) + "/" + Manifest::fileName);
 
     QByteArray noise(8192, Qt::Uninitialized);
     QRandomGenerator(3).fillRange(reinterpret_cast<quint32*>(noise.data()), noise.size() / 4);
@@ -402,8 +393,7 @@ TEST(BackupFaults, DamagedPhotosDatabaseStopsTheRunAfterThreeAttempts)
     }
     damageBtree(database, "ZASSET_ZDATECREATED_INDEX");
     PhoneBackup phone(PhoneBackup::Folder{folder});
-    const QString dest = dirs.filePath("dest");
-    QDir().mkpath(dest);
+    const QString dest = newFolder(dirs, "dest");
 
     const ProgramResult run = phone.cli(arguments(kBackup, dest));
     EXPECT_EQ(run.exitCode, 3) << run.describe().toStdString();

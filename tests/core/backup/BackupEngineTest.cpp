@@ -316,6 +316,7 @@ TEST(BackupEngineRun, NeverReplacesWhatIsAlreadyInTheFolder)
     phone.addAsset("B", "IMG_0002.JPG", "phone b");
     phone.addAsset("C", "IMG_0003.JPG", "phone c");
     phone.addAsset("D", "IMG_0004.JPG", "phone d");
+    phone.addAsset("E", "IMG_0005.JPG", "phone e");
     const BackupPlan plan(phone.library, {});
 
     TempDir dir;
@@ -341,6 +342,7 @@ TEST(BackupEngineRun, NeverReplacesWhatIsAlreadyInTheFolder)
     ASSERT_EQ(::mkfifo(QFile::encodeName(roll + "IMG_0002.JPG").constData(), 0644), 0); // never to be read
     ASSERT_TRUE(QFile::link(outside + "/same as c.jpg", roll + "IMG_0003.JPG")); // never to be followed
     writeFile(roll + "img_0004_edited.jpg", "another tool's edit");
+    writeFile(roll + "IMG_0005.JPG", "phone e"); // the phone's own picture, put there by hand: no name was reserved
     const auto before = folderState(root, kManifestFiles);
     const auto outsideBefore = folderState(outside);
 
@@ -354,9 +356,10 @@ TEST(BackupEngineRun, NeverReplacesWhatIsAlreadyInTheFolder)
     EXPECT_EQ(readFile(roll + "IMG_0002 (2).JPG"), "phone b");
     EXPECT_EQ(readFile(roll + "IMG_0003 (2).JPG"), "phone c");
     EXPECT_EQ(readFile(roll + "IMG_0004 (2).JPG"), "phone d");
-    EXPECT_EQ(after.size(), before.size() + 4);
+    EXPECT_EQ(readFile(roll + "IMG_0005 (2).JPG"), "phone e");
+    EXPECT_EQ(after.size(), before.size() + 5);
 
-    EXPECT_EQ(run.summary.filesCopied, 4);
+    EXPECT_EQ(run.summary.filesCopied, 5);
     EXPECT_EQ(run.summary.filesAdopted, 1);
     EXPECT_THAT(run.log, Contains("Already on disk, recorded: Camera Roll/IMG_0001.MOV"));
     EXPECT_THAT(fileRows(manifest),
@@ -368,7 +371,7 @@ TEST(BackupEngineRun, NeverReplacesWhatIsAlreadyInTheFolder)
                          hashOf("phone still") + " | 11 | " + manifest.formatDate(jan2024()) + " | " + kDir +
                          "IMG_0001.HEIC | copied"));
     EXPECT_EQ(run.summary.lines(),
-              (QStringList{"Files copied: 4 (" + formatByteCount(run.summary.bytesCopied) + ")",
+              (QStringList{"Files copied: 5 (" + formatByteCount(run.summary.bytesCopied) + ")",
                            "Already backed up: 0", "Found on disk from an earlier interrupted run: 1"}));
     EXPECT_THAT(inconsistencies(root), IsEmpty());
 }
