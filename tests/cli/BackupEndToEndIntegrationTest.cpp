@@ -390,27 +390,6 @@ TEST_P(BackupEndToEnd, EveryItemInEachOfItsFoldersThenNothingTwice)
 INSTANTIATE_TEST_SUITE_P(Generations, BackupEndToEnd, testing::Values("ios26", "ios17", "ios13"),
                          [](const testing::TestParamInfo<const char*>& info) { return std::string(info.param); });
 
-// Every entry below `root` (folders and links too) but those under `skip`, each as "path: what it is".
-QStringList everythingBelow(const QString& root, const QString& skip)
-{
-    QStringList entries;
-    QDirIterator it(root, QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
-                    QDirIterator::Subdirectories);
-    while (it.hasNext()) {
-        const QString path = it.next();
-        if (path == skip || path.startsWith(skip + "/"))
-            continue;
-        const QFileInfo info(path);
-        entries << path + ": " +
-                       (info.isSymLink() ? "link to " + info.symLinkTarget()
-                        : info.isDir()   ? QString("folder")
-                                         : sha256OfFile(path).sha256 + " " +
-                                             QString::number(info.lastModified().toMSecsSinceEpoch()));
-    }
-    entries.sort();
-    return entries;
-}
-
 TEST(BackupHostileNames, NothingIsWrittenOutsideTheBackupFolder)
 {
     BackupDir dir;
@@ -490,7 +469,7 @@ TEST(BackupHostileNames, NothingIsWrittenOutsideTheBackupFolder)
     QDir().mkpath(dest + "/Albums");
     QFile::link(outside + "/linked", dest + "/Albums/Linked");
     QFile::link(outside + "/tmp", dest + "/.ombrelo-tmp");
-    const QStringList before = everythingBelow(dir.path(), dest);
+    const FolderSnapshot before = FolderSnapshot::take(dir.path(), dest);
 
     const ProgramResult run = phone.cli({"backup", dest, "--all", "--include-hidden", "--yes"});
     EXPECT_EQ(run.exitCode, 1) << run.describe();
@@ -510,7 +489,7 @@ TEST(BackupHostileNames, NothingIsWrittenOutsideTheBackupFolder)
                                              "used inside the backup folder, so the file was not written.")}))
         << run.describe();
     EXPECT_EQ(lines(run.out).last(), "Errors: 8");
-    EXPECT_EQ(everythingBelow(dir.path(), dest), before) << "nothing outside the backup folder changed";
+    EXPECT_EQ(FolderSnapshot::take(dir.path(), dest), before) << "nothing outside the backup folder changed";
 
     EXPECT_TRUE(QFileInfo(dest + "/Albums/Linked").isSymLink());
     EXPECT_FALSE(QFileInfo::exists(dest + "/.ombrelo-tmp")) << "the link was removed, not followed";
