@@ -32,6 +32,7 @@ TEST(LibraryCommandIntegration, ReadsTheConnectedPhone)
                                writeDeviceFolder(dir.filePath("empty"), empty, {{"/DCIM/.keep", ""}})});
 
     const QString cache = dir.filePath("cache") + "/Ombrelo/" + phone.udid;
+    writeFile(cache + "/left-over.txt", "from an earlier run");
     const CliRun first = CliRun::of({"library"});
     EXPECT_EQ(first.code, 0) << first.err.toStdString();
     EXPECT_EQ(first.err, "Copying the Photos database of Anna's iPhone (iPhone15,3, iOS 17.5) into " + cache + "\n");
@@ -39,6 +40,9 @@ TEST(LibraryCommandIntegration, ReadsTheConnectedPhone)
     EXPECT_TRUE(first.out.startsWith("Assets:      13\n")) << first.out.toStdString();
     EXPECT_TRUE(first.out.contains("\nAlbums:      7\nFolders:     3\n")) << first.out.toStdString();
     EXPECT_TRUE(QFileInfo(cache + "/Photos.sqlite").isFile());
+    EXPECT_FALSE(QFileInfo::exists(cache + "/left-over.txt"));
+    for (const QString file : {"Photos.sqlite ", "Photos.sqlite-wal ", "Photos.sqlite-shm "})
+        EXPECT_EQ(simulator.log().count("FILE_OPEN /PhotoData/" + file), 1) << file.toStdString();
 
     const CliRun json = CliRun::of({"library", "--udid", phone.udid, "--json"});
     EXPECT_EQ(json.code, 0) << json.err.toStdString();
