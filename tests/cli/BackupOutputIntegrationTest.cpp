@@ -6,7 +6,6 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QProcess>
 #include <QRegularExpression>
 #include <QStandardPaths>
 
@@ -22,20 +21,8 @@ ProgramResult runOnTerminal(const PhoneBackup& phone, const QStringList& argumen
     QStringList quoted{PhoneBackup::cliPath()};
     for (const QString& argument : arguments)
         quoted << "'" + QString(argument).replace("'", "'\\''") + "'";
-    QProcess process;
-    process.setProcessEnvironment(phone.environment());
-    process.start("script", {"--quiet", "--return", "--command", quoted.join(' '), "/dev/null"});
-    ProgramResult result;
-    if (!process.waitForStarted(10000) || !process.waitForFinished(120000)) {
-        process.kill();
-        process.waitForFinished();
-        result.err = "script did not run or did not finish";
-        return result;
-    }
-    result.out = process.readAllStandardOutput();
-    result.err = process.readAllStandardError();
-    result.exitCode = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
-    return result;
+    return runProgram("script", {"--quiet", "--return", "--command", quoted.join(' '), "/dev/null"}, 120,
+                      phone.environment());
 }
 
 QStringList lines(const QByteArray& output)

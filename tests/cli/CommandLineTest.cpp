@@ -1,7 +1,6 @@
 #include "CliRun.h"
+#include "RunProgram.h"
 #include "Version.h"
-
-#include <QProcess>
 
 #include <gtest/gtest.h>
 
@@ -27,15 +26,12 @@ TEST(CommandLine, VersionHelpAndUsageErrors)
 
 TEST(CommandLine, RealBinaryAnswersOnItsStreams)
 {
-    QProcess cli;
-    cli.start(OMBRELO_BIN_DIR "/ombrelo-cli", {"--version"});
-    ASSERT_TRUE(cli.waitForFinished(10000));
-    EXPECT_EQ(cli.exitCode(), 0);
-    EXPECT_EQ(QString::fromUtf8(cli.readAllStandardOutput()), QString("ombrelo-cli ") + ombrelo::kVersion + "\n");
+    const ProgramResult version = runProgram(OMBRELO_BIN_DIR "/ombrelo-cli", {"--version"});
+    EXPECT_EQ(version.exitCode, 0);
+    EXPECT_EQ(QString::fromUtf8(version.out), QString("ombrelo-cli ") + ombrelo::kVersion + "\n");
 
-    cli.start(OMBRELO_BIN_DIR "/ombrelo-cli", {"--nope"});
-    ASSERT_TRUE(cli.waitForFinished(10000));
-    EXPECT_EQ(cli.exitCode(), 2);
-    EXPECT_TRUE(cli.readAllStandardOutput().isEmpty());
-    EXPECT_TRUE(cli.readAllStandardError().startsWith("ombrelo-cli: unknown option \"--nope\".\n"));
+    const ProgramResult unknown = runProgram(OMBRELO_BIN_DIR "/ombrelo-cli", {"--nope"});
+    EXPECT_EQ(unknown.exitCode, 2);
+    EXPECT_TRUE(unknown.out.isEmpty());
+    EXPECT_TRUE(unknown.err.startsWith("ombrelo-cli: unknown option \"--nope\".\n"));
 }

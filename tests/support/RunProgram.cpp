@@ -8,9 +8,11 @@ QString ProgramResult::describe() const
            QString::fromUtf8(err);
 }
 
-ProgramResult runProgram(const QString& program, const QStringList& arguments, int timeoutSeconds)
+ProgramResult runProgram(const QString& program, const QStringList& arguments, int timeoutSeconds,
+                         const QProcessEnvironment& environment)
 {
     QProcess process;
+    process.setProcessEnvironment(environment);
     process.start(program, arguments);
     ProgramResult result;
     if (!process.waitForStarted(10000)) {

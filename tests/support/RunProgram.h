@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QByteArray>
+#include <QProcessEnvironment>
 #include <QString>
 #include <QStringList>
 
@@ -12,6 +13,7 @@ struct ProgramResult {
     QString describe() const; // for test failure messages
 };
 
-// Runs a program (found on PATH or by path) with this process's environment, waiting at most
-// `timeoutSeconds`; a program still running then is killed.
-ProgramResult runProgram(const QString& program, const QStringList& arguments, int timeoutSeconds = 60);
+// Runs a program (found on PATH or by path) with this process's environment or the one given,
+// waiting at most `timeoutSeconds`; a program still running then is killed.
+ProgramResult runProgram(const QString& program, const QStringList& arguments, int timeoutSeconds = 60,
+                         const QProcessEnvironment& environment = QProcessEnvironment::systemEnvironment());
