@@ -63,6 +63,10 @@ PhoneAnswerKey PhoneAnswerKey::read(const QString& path)
         asset.isHidden = value["isHidden"].toBool();
         asset.isTrashed = value["isTrashed"].toBool();
         asset.hasAdjustments = value["hasAdjustments"].toBool();
+        if (value["savedAssetType"].isDouble())
+            asset.savedAssetType = value["savedAssetType"].toInteger();
+        if (value["bundleScope"].isDouble())
+            asset.bundleScope = value["bundleScope"].toInteger();
         asset.category = value["category"].toString();
         for (const QJsonValue& album : value["albums"].toArray())
             asset.albums << album.toString();
