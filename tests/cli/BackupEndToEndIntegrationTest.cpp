@@ -34,17 +34,6 @@ namespace {
 using Asset = PhoneAnswerKey::Asset;
 using File = PhoneAnswerKey::File;
 
-QStringList lines(const QByteArray& output) { return QString::fromUtf8(output).split('\n', Qt::SkipEmptyParts); }
-
-QStringList linesStartingWith(const QByteArray& output, const QString& prefix)
-{
-    QStringList found;
-    for (const QString& line : lines(output))
-        if (line.startsWith(prefix))
-            found << line;
-    return found;
-}
-
 // What `ombrelo-cli tree --json --dest` shows of the backup tree.
 struct Tree {
     QHash<QString, QString> albumPaths;          // album uuid → destination folder
@@ -340,7 +329,7 @@ TEST_P(BackupEndToEnd, EveryItemInEachOfItsFoldersThenNothingTwice)
 
     // The run: the dry run's count first, the summary last.
     EXPECT_EQ(first.exitCode, 0) << first.describe();
-    EXPECT_EQ(linesStartingWith(first.out, "ERROR ").join("\n"), "");
+    EXPECT_EQ(first.lines("ERROR ").join("\n"), "");
     EXPECT_TRUE(first.out.contains("\n  Would copy: " + QByteArray::number(expected.filesToCopy) + " files"))
         << first.out.toStdString();
     QStringList summary{"Files copied: " + QString::number(expected.distinctFiles()) + " (",
@@ -349,13 +338,13 @@ TEST_P(BackupEndToEnd, EveryItemInEachOfItsFoldersThenNothingTwice)
         summary << "Identical to a file already in the folder (not copied again): " +
                        QString::number(expected.rows() - expected.distinctFiles());
     summary << "Not stored on the device (iCloud only?): " + QString::number(expected.notOnDevice.size());
-    const QStringList output = lines(first.out);
+    const QStringList output = first.lines();
     ASSERT_GE(output.size(), summary.size());
     const QStringList last = output.mid(output.size() - summary.size());
     EXPECT_TRUE(last[0].startsWith(summary[0]) && last[0].endsWith("B)")) << last[0];
     EXPECT_EQ(last.mid(1), summary.mid(1)) << first.out.toStdString();
     for (const QString& name : expected.notOnDevice)
-        EXPECT_EQ(linesStartingWith(first.out, "Not on device, skipped: " + name + " (").size(),
+        EXPECT_EQ(first.lines("Not on device, skipped: " + name + " (").size(),
                   expected.notOnDevice.count(name))
             << name;
 
@@ -379,10 +368,10 @@ TEST_P(BackupEndToEnd, EveryItemInEachOfItsFoldersThenNothingTwice)
     const ProgramResult again = backed.phone.cli({"backup", backed.dest, "--all", "--include-hidden", "--yes"});
     EXPECT_EQ(again.exitCode, 0) << again.describe();
     EXPECT_TRUE(again.out.contains("\n  Would copy: 0 files")) << again.out.toStdString();
-    EXPECT_EQ(linesStartingWith(again.out, "Files copied: "), QStringList{"Files copied: 0 (0 bytes)"});
-    EXPECT_EQ(linesStartingWith(again.out, "Already backed up: ").last(),
+    EXPECT_EQ(again.lines("Files copied: "), QStringList{"Files copied: 0 (0 bytes)"});
+    EXPECT_EQ(again.lines("Already backed up: ").last(),
               "Already backed up: " + QString::number(rows.size()));
-    EXPECT_EQ(linesStartingWith(again.out, "Copied ").size(), 0);
+    EXPECT_EQ(again.lines("Copied ").size(), 0);
     EXPECT_EQ(FolderSnapshot::take(backed.dest), before);
     EXPECT_EQ(readManifestRows(backed.dest), rows);
 }
@@ -475,7 +464,7 @@ TEST(BackupHostileNames, NothingIsWrittenOutsideTheBackupFolder)
     EXPECT_EQ(run.exitCode, 1) << run.describe();
     const QString refused = QString::fromUtf8(": The destination folder \u201c%1\u201d does not lie inside the backup "
                                               "folder, so nothing was written to it.");
-    EXPECT_EQ(linesStartingWith(run.out, "ERROR "),
+    EXPECT_EQ(run.lines("ERROR "),
               (QStringList{"ERROR ../../../escape.JPG" + refused.arg("../escape"),
                            "ERROR IMG_0011.JPG" + refused.arg(".ombrelo-tmp/x"),
                            "ERROR IMG_0011.JPG" + refused.arg(Manifest::fileName + "-journal"),
@@ -488,7 +477,7 @@ TEST(BackupHostileNames, NothingIsWrittenOutsideTheBackupFolder)
                            QString::fromUtf8("ERROR IMG_0010.JPG: The file name \u201c../../outside/s.JPG\u201d cannot be "
                                              "used inside the backup folder, so the file was not written.")}))
         << run.describe();
-    EXPECT_EQ(lines(run.out).last(), "Errors: 8");
+    EXPECT_EQ(run.lines().last(), "Errors: 8");
     EXPECT_EQ(FolderSnapshot::take(dir.path(), dest), before) << "nothing outside the backup folder changed";
 
     EXPECT_TRUE(QFileInfo(dest + "/Albums/Linked").isSymLink());

@@ -1,11 +1,20 @@
 #include "RunProgram.h"
 
 #include <QProcess>
+#include <QRegularExpression>
 
 QString ProgramResult::describe() const
 {
     return "exit " + QString::number(exitCode) + "\nstdout:\n" + QString::fromUtf8(out) + "\nstderr:\n" +
            QString::fromUtf8(err);
+}
+
+QStringList ProgramResult::lines(const QString& prefix) const
+{
+    QStringList all = QString::fromUtf8(out).split('\n');
+    if (!all.isEmpty() && all.last().isEmpty())
+        all.removeLast();
+    return prefix.isEmpty() ? all : all.filter(QRegularExpression("^" + QRegularExpression::escape(prefix)));
 }
 
 ProgramResult runProgram(const QString& program, const QStringList& arguments, int timeoutSeconds,

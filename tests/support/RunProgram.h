@@ -11,6 +11,9 @@ struct ProgramResult {
     QByteArray out;
     QByteArray err;
     QString describe() const; // for test failure messages
+    // The lines of standard output that begin with `prefix` (all of them, the empty one after the
+    // last line end aside, when it is empty).
+    QStringList lines(const QString& prefix = {}) const;
 };
 
 // Runs a program (found on PATH or by path) with this process's environment or the one given,
