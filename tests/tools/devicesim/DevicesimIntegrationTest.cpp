@@ -158,18 +158,6 @@ TEST(Devicesim, BadDeviceJsonNamesTheKey)
     EXPECT_EQ(fixed[1].name, "Fixed");
 }
 
-TEST(Devicesim, HelpDocumentsDeviceJsonAndFaults)
-{
-    const ProgramResult help = runProgram(kSimulator, {"--help"});
-    EXPECT_EQ(help.exitCode, 0);
-    for (const char* key : {"--socket", "--devices-dir", "--verbose", "\"udid\"", "\"name\"", "\"productType\"",
-                            "\"productVersion\"", "\"connection\"", "\"listedTwice\"", "\"lockdownError\"",
-                            "\"startServiceError\"", "\"deviceNameMissing\"", "\"productTypeMissing\"",
-                            "\"productVersionMissing\"", "\"failPaths\"", "\"dropAfterBytes\"", "\"bytesPerSecond\"",
-                            "USBMUXD_SOCKET_ADDRESS", "SIGTERM"})
-        EXPECT_TRUE(help.out.contains(key)) << key;
-}
-
 TEST(Devicesim, ThrottleHoldsTheRateAcrossConnections)
 {
     TempDir dir;
