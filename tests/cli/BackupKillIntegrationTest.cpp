@@ -25,17 +25,8 @@ enum class Phase { starting, database, dryRun, copying };
 
 const char* name(Phase phase)
 {
-    switch (phase) {
-    case Phase::starting:
-        return "connecting";
-    case Phase::database:
-        return "reading the Photos database";
-    case Phase::dryRun:
-        return "dry run";
-    case Phase::copying:
-        break;
-    }
-    return "copying";
+    static const char* const names[] = {"connecting", "reading the Photos database", "dry run", "copying"};
+    return names[int(phase)];
 }
 
 // Told from what the run printed and what the phone served it: the database is read first, the

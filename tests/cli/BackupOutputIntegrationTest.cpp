@@ -6,7 +6,6 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QProcess>
 #include <QRegularExpression>
 #include <QStandardPaths>
 
@@ -22,28 +21,8 @@ ProgramResult runOnTerminal(const PhoneBackup& phone, const QStringList& argumen
     QStringList quoted{PhoneBackup::cliPath()};
     for (const QString& argument : arguments)
         quoted << "'" + QString(argument).replace("'", "'\\''") + "'";
-    QProcess process;
-    process.setProcessEnvironment(phone.environment());
-    process.start("script", {"--quiet", "--return", "--command", quoted.join(' '), "/dev/null"});
-    ProgramResult result;
-    if (!process.waitForStarted(10000) || !process.waitForFinished(120000)) {
-        process.kill();
-        process.waitForFinished();
-        result.err = "script did not run or did not finish";
-        return result;
-    }
-    result.out = process.readAllStandardOutput();
-    result.err = process.readAllStandardError();
-    result.exitCode = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
-    return result;
-}
-
-QStringList lines(const QByteArray& output)
-{
-    QStringList result = QString::fromUtf8(output).split('\n');
-    if (!result.isEmpty() && result.last().isEmpty())
-        result.removeLast();
-    return result;
+    return runProgram("script", {"--quiet", "--return", "--command", quoted.join(' '), "/dev/null"}, 120,
+                      phone.environment());
 }
 
 QStringList toStrings(const QJsonValue& array)
@@ -132,7 +111,7 @@ TEST(BackupOutput, PlainLinesQuietAndReport)
     EXPECT_EQ(plain.exitCode, 1) << plain.describe().toStdString();
     EXPECT_FALSE(plain.out.contains('\r'));
     EXPECT_FALSE(plain.out.contains('\x1b'));
-    const QStringList plainLines = lines(plain.out);
+    const QStringList plainLines = plain.lines();
     ASSERT_GE(plainLines.size(), 6);
     EXPECT_TRUE(plainLines[0].startsWith("Device: Test iPhone (")) << plainLines[0].toStdString();
     EXPECT_EQ(plainLines[1], "Reading the Photos database...");
@@ -150,10 +129,10 @@ TEST(BackupOutput, PlainLinesQuietAndReport)
     const QJsonObject report = QJsonDocument::fromJson(readFile(reportPath)).object();
     ASSERT_FALSE(report.isEmpty()) << readFile(reportPath).toStdString();
     const QStringList summaryLines = toStrings(report["lines"]);
-    const QStringList errors = lines(quiet.out).filter(QRegularExpression("^ERROR "));
+    const QStringList errors = quiet.lines("ERROR ");
     ASSERT_EQ(errors.size(), 1) << quiet.out.toStdString();
     EXPECT_TRUE(errors[0].contains(broken)) << errors[0].toStdString();
-    EXPECT_EQ(lines(quiet.out), errors + summaryLines) << "only errors, warnings and the summary";
+    EXPECT_EQ(quiet.lines(), errors + summaryLines) << "only errors, warnings and the summary";
     EXPECT_EQ(quiet.err, "");
 
     // The report: the options, the device, every log line, the summary by field and by line.

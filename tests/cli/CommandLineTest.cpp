@@ -1,45 +1,21 @@
-#include "CommandLine.h"
-#include "QtPrinters.h"
+#include "CliRun.h"
+#include "RunProgram.h"
 #include "Version.h"
-
-#include <QProcess>
 
 #include <gtest/gtest.h>
 
-namespace {
-
-struct Result {
-    int code;
-    QString out;
-    QString err;
-};
-
-Result runInProcess(const QStringList& arguments)
-{
-    QString out, err;
-    QTextStream outStream(&out), errStream(&err);
-    CommandContext context{outStream, errStream};
-    CommandLine commandLine;
-    const int code = commandLine.run(arguments, context);
-    outStream.flush();
-    errStream.flush();
-    return {code, out, err};
-}
-
-} // namespace
-
 TEST(CommandLine, VersionHelpAndUsageErrors)
 {
-    const Result version = runInProcess({"--version"});
+    const CliRun version = CliRun::of({"--version"});
     EXPECT_EQ(version.code, 0);
     EXPECT_EQ(version.out, QString("ombrelo-cli ") + ombrelo::kVersion + "\n");
 
-    const Result help = runInProcess({"--help"});
+    const CliRun help = CliRun::of({"--help"});
     EXPECT_EQ(help.code, 0);
     EXPECT_TRUE(help.out.startsWith("Usage: ombrelo-cli")) << help.out.toStdString();
 
     for (const QStringList& bad : {QStringList{"frobnicate"}, QStringList{"--frobnicate"}, QStringList{}}) {
-        const Result result = runInProcess(bad);
+        const CliRun result = CliRun::of(bad);
         EXPECT_EQ(result.code, 2);
         EXPECT_TRUE(result.out.isEmpty());
         EXPECT_TRUE(result.err.contains("Usage: ombrelo-cli")) << result.err.toStdString();
@@ -50,15 +26,12 @@ TEST(CommandLine, VersionHelpAndUsageErrors)
 
 TEST(CommandLine, RealBinaryAnswersOnItsStreams)
 {
-    QProcess cli;
-    cli.start(OMBRELO_BIN_DIR "/ombrelo-cli", {"--version"});
-    ASSERT_TRUE(cli.waitForFinished(10000));
-    EXPECT_EQ(cli.exitCode(), 0);
-    EXPECT_EQ(QString::fromUtf8(cli.readAllStandardOutput()), QString("ombrelo-cli ") + ombrelo::kVersion + "\n");
+    const ProgramResult version = runProgram(OMBRELO_BIN_DIR "/ombrelo-cli", {"--version"});
+    EXPECT_EQ(version.exitCode, 0);
+    EXPECT_EQ(QString::fromUtf8(version.out), QString("ombrelo-cli ") + ombrelo::kVersion + "\n");
 
-    cli.start(OMBRELO_BIN_DIR "/ombrelo-cli", {"--nope"});
-    ASSERT_TRUE(cli.waitForFinished(10000));
-    EXPECT_EQ(cli.exitCode(), 2);
-    EXPECT_TRUE(cli.readAllStandardOutput().isEmpty());
-    EXPECT_TRUE(cli.readAllStandardError().startsWith("ombrelo-cli: unknown option \"--nope\".\n"));
+    const ProgramResult unknown = runProgram(OMBRELO_BIN_DIR "/ombrelo-cli", {"--nope"});
+    EXPECT_EQ(unknown.exitCode, 2);
+    EXPECT_TRUE(unknown.out.isEmpty());
+    EXPECT_TRUE(unknown.err.startsWith("ombrelo-cli: unknown option \"--nope\".\n"));
 }

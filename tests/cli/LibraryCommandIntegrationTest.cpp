@@ -1,36 +1,16 @@
-#include "CommandLine.h"
+#include "CliRun.h"
 #include "DeviceSimulator.h"
 #include "PhotosDatabases.h"
-#include "RunProgram.h"
 #include "TempDir.h"
 
 #include <QDir>
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
-#include <QJsonObject>
 
 #include <gtest/gtest.h>
 
 namespace {
-
-struct CliRun {
-    int code = -1;
-    QString out;
-    QString err;
-};
-
-CliRun runCli(const QStringList& arguments)
-{
-    CliRun run;
-    QTextStream out(&run.out);
-    QTextStream err(&run.err);
-    CommandContext context{out, err};
-    run.code = CommandLine().run(arguments, context);
-    out.flush();
-    err.flush();
-    return run;
-}
 
 // The media of a phone whose Photos database is a corpus database, log and all.
 QMap<QString, QByteArray> photoData(const QString& corpusName, const TempDir& dir)
@@ -46,53 +26,37 @@ TEST(LibraryCommandIntegration, ReadsTheConnectedPhone)
 {
     TempDir dir;
     qputenv("XDG_CACHE_HOME", dir.filePath("cache").toUtf8());
-    SimulatedPhone phone;
-    phone.udid = simulatedUdid(1);
-    phone.name = "Anna's iPhone";
-    SimulatedPhone empty;
-    empty.udid = simulatedUdid(2);
-    empty.name = "New iPhone";
+    const SimulatedPhone phone = simulatedPhone(1, "Anna's iPhone");
+    const SimulatedPhone empty = simulatedPhone(2, "New iPhone");
     DeviceSimulator simulator({writeDeviceFolder(dir.filePath("phone"), phone, photoData("osxphotos-16.0.0-beta", dir)),
                                writeDeviceFolder(dir.filePath("empty"), empty, {{"/DCIM/.keep", ""}})});
 
     const QString cache = dir.filePath("cache") + "/Ombrelo/" + phone.udid;
-    const CliRun first = runCli({"library"});
+    writeFile(cache + "/left-over.txt", "from an earlier run");
+    const CliRun first = CliRun::of({"library"});
     EXPECT_EQ(first.code, 0) << first.err.toStdString();
     EXPECT_EQ(first.err, "Copying the Photos database of Anna's iPhone (iPhone15,3, iOS 17.5) into " + cache + "\n");
     // Three assets and two albums of this library are only in its log.
     EXPECT_TRUE(first.out.startsWith("Assets:      13\n")) << first.out.toStdString();
     EXPECT_TRUE(first.out.contains("\nAlbums:      7\nFolders:     3\n")) << first.out.toStdString();
     EXPECT_TRUE(QFileInfo(cache + "/Photos.sqlite").isFile());
+    EXPECT_FALSE(QFileInfo::exists(cache + "/left-over.txt"));
+    for (const QString file : {"Photos.sqlite ", "Photos.sqlite-wal ", "Photos.sqlite-shm "})
+        EXPECT_EQ(simulator.log().count("FILE_OPEN /PhotoData/" + file), 1) << file.toStdString();
 
-    const CliRun json = runCli({"library", "--udid", phone.udid, "--json"});
+    const CliRun json = CliRun::of({"library", "--udid", phone.udid, "--json"});
     EXPECT_EQ(json.code, 0) << json.err.toStdString();
     EXPECT_EQ(QJsonDocument::fromJson(json.out.toUtf8())["assets"].toArray().size(), 13);
 
-    const CliRun missing = runCli({"library", "--udid", empty.udid});
+    const CliRun missing = CliRun::of({"library", "--udid", empty.udid});
     EXPECT_EQ(missing.code, 3);
     EXPECT_EQ(missing.out, "");
     EXPECT_TRUE(missing.err.endsWith("\nNot found on device: /PhotoData/Photos.sqlite\n")) << missing.err.toStdString();
 
-    const CliRun unknown = runCli({"library", "--udid", simulatedUdid(9)});
+    const CliRun unknown = CliRun::of({"library", "--udid", simulatedUdid(9)});
     EXPECT_EQ(unknown.code, 3);
     EXPECT_EQ(unknown.err, "Could not connect to the device: device " + simulatedUdid(9) + " not found\n");
     qunsetenv("XDG_CACHE_HOME");
-}
-
-TEST(LibraryCommandIntegration, ProgramReadsADatabaseFile)
-{
-    TempDir dir;
-    const QString database = copyCorpusDatabase("osxphotos-media-types-15.7.2", dir.path());
-    const ProgramResult result = runProgram(OMBRELO_BIN_DIR "/ombrelo-cli", {"library", "--db", database, "--json"});
-    ASSERT_EQ(result.exitCode, 0) << result.describe().toStdString();
-    const QJsonObject library = QJsonDocument::fromJson(result.out).object();
-    EXPECT_EQ(library["assets"].toArray().size(), 18);
-    EXPECT_EQ(library["albums"].toArray().size(), 2);
-
-    const ProgramResult broken = runProgram(OMBRELO_BIN_DIR "/ombrelo-cli", {"library", "--db", dir.filePath("none")});
-    EXPECT_EQ(broken.exitCode, 3);
-    EXPECT_EQ(broken.out, "");
-    EXPECT_EQ(QString::fromUtf8(broken.err), "There is no database file at \u201c" + dir.filePath("none") + "\u201d.\n");
 }
 
 } // namespace

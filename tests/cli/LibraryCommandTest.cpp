@@ -1,4 +1,4 @@
-#include "CommandLine.h"
+#include "CliRun.h"
 #include "PhotosDatabases.h"
 #include "TempDir.h"
 
@@ -11,32 +11,13 @@
 
 namespace {
 
-struct Result {
-    int code;
-    QString out;
-    QString err;
-};
-
-Result run(const QStringList& arguments)
-{
-    QString out;
-    QString err;
-    QTextStream outStream(&out);
-    QTextStream errStream(&err);
-    CommandContext context{outStream, errStream};
-    const int code = CommandLine().run(arguments, context);
-    outStream.flush();
-    errStream.flush();
-    return {code, out, err};
-}
-
 TEST(LibraryCommand, CountsAndNotesOfARealDatabase)
 {
     TempDir dir;
     const QString database = copyCorpusDatabase("osxphotos-10.15.7", dir.path());
     const qint64 logSize = QFileInfo(database + "-wal").size();
 
-    const Result result = run({"library", "--db", database});
+    const CliRun result = CliRun::of({"library", "--db", database});
     EXPECT_EQ(result.code, 0) << result.err.toStdString();
     EXPECT_EQ(result.out.toStdString(), "Assets:      29\n"
                                         "Trashed:     2\n"
@@ -69,7 +50,7 @@ TEST(LibraryCommand, WholeLibraryAsJson)
         addMember(*db, 41, 9);
         addMember(*db, 41, 7);
     }
-    const Result result = run({"library", "--json", "--db", database});
+    const CliRun result = CliRun::of({"library", "--json", "--db", database});
     ASSERT_EQ(result.code, 0) << result.err.toStdString();
     QJsonParseError parseError;
     const QJsonObject root = QJsonDocument::fromJson(result.out.toUtf8(), &parseError).object();
@@ -108,23 +89,23 @@ TEST(LibraryCommand, UnreadableDatabases)
     TempDir dir;
     const QString database = dir.filePath("Photos.sqlite");
     createPhotosDatabase(database)->execute("ALTER TABLE ZASSET DROP COLUMN ZDATECREATED");
-    Result result = run({"library", "--db", database});
+    CliRun result = CliRun::of({"library", "--db", database});
     EXPECT_EQ(result.code, 3);
     EXPECT_EQ(result.out, "");
     EXPECT_EQ(result.err.toStdString(),
               "The Photos database has a layout this app doesn't recognise: ZASSET.ZDATECREATED missing\n");
 
     writeFile(dir.filePath("notes.txt"), "not a database");
-    result = run({"library", "--db", dir.filePath("notes.txt"), "--json"});
+    result = CliRun::of({"library", "--db", dir.filePath("notes.txt"), "--json"});
     EXPECT_EQ(result.code, 3);
     EXPECT_EQ(result.out, "");
     EXPECT_EQ(result.err, "SQLite: file is not a database in: SELECT Z_ENT, Z_NAME FROM Z_PRIMARYKEY\n");
 
-    result = run({"library", "--db", dir.filePath("missing.sqlite")});
+    result = CliRun::of({"library", "--db", dir.filePath("missing.sqlite")});
     EXPECT_EQ(result.code, 3);
     EXPECT_EQ(result.err, QString("There is no database file at \u201c%1\u201d.\n").arg(dir.filePath("missing.sqlite")));
 
-    result = run({"library", "--db", database, "--udid", "0000"});
+    result = CliRun::of({"library", "--db", database, "--udid", "0000"});
     EXPECT_EQ(result.code, 2);
     EXPECT_TRUE(result.err.startsWith("ombrelo-cli library: --db and --udid cannot be used together.\n"));
 }

@@ -33,13 +33,13 @@ QStringList backupDifferences(const QString& expectedRoot, const QString& actual
 
     ManifestRows expectedRows = readManifestRows(expectedRoot);
     ManifestRows actualRows = readManifestRows(actualRoot);
-    QSet<QString> dated; // files whose modification time is their capture date
+    QSet<QString> undated; // files whose modification time is the time they were copied
     for (ManifestRows* rows : {&expectedRows, &actualRows})
         for (ManifestRow& row : *rows) {
             if (row.status == "adopted")
                 row.status = "copied";
-            if (row.captureDate)
-                dated.insert(row.relPath);
+            if (!row.captureDate)
+                undated.insert(row.relPath);
         }
     for (const ManifestRow& row : std::as_const(expectedRows))
         if (!actualRows.contains(row))
@@ -67,11 +67,17 @@ QStringList backupDifferences(const QString& expectedRoot, const QString& actual
             differences << "file missing: " + it.key();
         else if (found->sha256 != it->sha256 || found->size != it->size)
             differences << "content differs: " + it.key();
-        else if (dated.contains(it.key()) && found->modifiedMs != it->modifiedMs)
+        else if (!undated.contains(it.key()) && found->modifiedMs != it->modifiedMs)
             differences << "modification time differs: " + it.key();
     }
     for (auto it = actualFiles.files.cbegin(); it != actualFiles.files.cend(); ++it)
         if (!expectedFiles.files.contains(it.key()))
             differences << "file not expected: " + it.key();
+    for (auto it = expectedFiles.others.cbegin(); it != expectedFiles.others.cend(); ++it)
+        if (actualFiles.others.value(it.key()) != it.value())
+            differences << it.value() + " missing: " + it.key();
+    for (auto it = actualFiles.others.cbegin(); it != actualFiles.others.cend(); ++it)
+        if (!expectedFiles.others.contains(it.key()))
+            differences << it.value() + " not expected: " + it.key();
     return differences;
 }

@@ -1,5 +1,7 @@
 #include "DeviceSimulator.h"
 
+#include "TempDir.h"
+
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -24,14 +26,6 @@ extern char** environ;
 namespace {
 
 constexpr char kAddressVariable[] = "USBMUXD_SOCKET_ADDRESS";
-
-void writeWhole(const QString& path, const QByteArray& content)
-{
-    QDir().mkpath(QFileInfo(path).absolutePath());
-    QFile file(path);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate) || file.write(content) != content.size())
-        throw std::runtime_error(("cannot write " + path).toStdString());
-}
 
 bool answers(const QString& socketPath)
 {
@@ -81,9 +75,17 @@ QJsonObject SimulatedPhone::toJson() const
 
 QString simulatedUdid(int n) { return "a0b1c2d3" + QString::number(n, 16).rightJustified(32, '0'); }
 
+SimulatedPhone simulatedPhone(int n, const QString& name)
+{
+    SimulatedPhone phone;
+    phone.udid = simulatedUdid(n);
+    phone.name = name;
+    return phone;
+}
+
 void writeDeviceJson(const QString& folder, const SimulatedPhone& phone)
 {
-    writeWhole(folder + "/device.json", QJsonDocument(phone.toJson()).toJson());
+    writeFile(folder + "/device.json", QJsonDocument(phone.toJson()).toJson());
 }
 
 QString writeDeviceFolder(const QString& folder, const SimulatedPhone& phone, const QMap<QString, QByteArray>& media)
@@ -91,7 +93,7 @@ QString writeDeviceFolder(const QString& folder, const SimulatedPhone& phone, co
     writeDeviceJson(folder, phone);
     QDir().mkpath(folder + "/media");
     for (auto it = media.begin(); it != media.end(); ++it)
-        writeWhole(folder + "/media" + it.key(), it.value());
+        writeFile(folder + "/media" + it.key(), it.value());
     return folder;
 }
 

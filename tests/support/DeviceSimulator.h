@@ -25,6 +25,8 @@ struct SimulatedPhone {
 
 // A valid udid (40 hexadecimal digits) that differs for each n.
 QString simulatedUdid(int n);
+// A phone with that udid and this name, the rest as SimulatedPhone has it.
+SimulatedPhone simulatedPhone(int n, const QString& name = QStringLiteral("Test iPhone"));
 
 // Writes <folder>/device.json and the files of <folder>/media, given by device path
 // ("/DCIM/100APPLE/IMG_0001.HEIC"). Returns `folder`. A whole media tree written by

@@ -7,7 +7,6 @@
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
-#include <QProcess>
 
 #include <cstdio>
 #include <stdexcept>
@@ -64,6 +63,10 @@ PhoneAnswerKey PhoneAnswerKey::read(const QString& path)
         asset.isHidden = value["isHidden"].toBool();
         asset.isTrashed = value["isTrashed"].toBool();
         asset.hasAdjustments = value["hasAdjustments"].toBool();
+        if (value["savedAssetType"].isDouble())
+            asset.savedAssetType = value["savedAssetType"].toInteger();
+        if (value["bundleScope"].isDouble())
+            asset.bundleScope = value["bundleScope"].toInteger();
         asset.category = value["category"].toString();
         for (const QJsonValue& album : value["albums"].toArray())
             asset.albums << album.toString();
@@ -138,27 +141,7 @@ QString PhoneBackup::cliPath() { return QStringLiteral(OMBRELO_BIN_DIR "/ombrelo
 
 ProgramResult PhoneBackup::cli(const QStringList& arguments, int timeoutSeconds) const
 {
-    QProcess process;
-    process.setProcessEnvironment(environment());
-    process.start(cliPath(), arguments);
-    ProgramResult result;
-    if (!process.waitForStarted(10000)) {
-        result.err = process.errorString().toUtf8();
-        return result;
-    }
-    process.closeWriteChannel();
-    const bool finished = process.waitForFinished(timeoutSeconds * 1000);
-    if (!finished) {
-        process.kill();
-        process.waitForFinished(5000);
-    }
-    result.out = process.readAllStandardOutput();
-    result.err = process.readAllStandardError();
-    if (!finished)
-        result.err += "\n(killed after " + QByteArray::number(timeoutSeconds) + " s)";
-    else if (process.exitStatus() == QProcess::NormalExit)
-        result.exitCode = process.exitCode();
-    return result;
+    return runProgram(cliPath(), arguments, timeoutSeconds, environment());
 }
 
 void PrintTo(const ManifestRow& row, std::ostream* os)

@@ -37,6 +37,8 @@ struct PhoneAnswerKey {
         bool isHidden = false;
         bool isTrashed = false;
         bool hasAdjustments = false;
+        std::optional<qint64> savedAssetType;
+        std::optional<qint64> bundleScope;
         // "library" (backed up), "trashed", "sharedWithYou", "sharedAlbum", "otherLibrary" or
         // "iCloudOnly" (eligible, but its files are not on the phone).
         QString category;

@@ -1,6 +1,7 @@
 #include "RunProgram.h"
 
 #include <QProcess>
+#include <QRegularExpression>
 
 QString ProgramResult::describe() const
 {
@@ -8,9 +9,19 @@ QString ProgramResult::describe() const
            QString::fromUtf8(err);
 }
 
-ProgramResult runProgram(const QString& program, const QStringList& arguments, int timeoutSeconds)
+QStringList ProgramResult::lines(const QString& prefix) const
+{
+    QStringList all = QString::fromUtf8(out).split('\n');
+    if (!all.isEmpty() && all.last().isEmpty())
+        all.removeLast();
+    return prefix.isEmpty() ? all : all.filter(QRegularExpression("^" + QRegularExpression::escape(prefix)));
+}
+
+ProgramResult runProgram(const QString& program, const QStringList& arguments, int timeoutSeconds,
+                         const QProcessEnvironment& environment)
 {
     QProcess process;
+    process.setProcessEnvironment(environment);
     process.start(program, arguments);
     ProgramResult result;
     if (!process.waitForStarted(10000)) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QByteArray>
+#include <QProcessEnvironment>
 #include <QString>
 #include <QStringList>
 
@@ -10,8 +11,12 @@ struct ProgramResult {
     QByteArray out;
     QByteArray err;
     QString describe() const; // for test failure messages
+    // The lines of standard output that begin with `prefix` (all of them, the empty one after the
+    // last line end aside, when it is empty).
+    QStringList lines(const QString& prefix = {}) const;
 };
 
-// Runs a program (found on PATH or by path) with this process's environment, waiting at most
-// `timeoutSeconds`; a program still running then is killed.
-ProgramResult runProgram(const QString& program, const QStringList& arguments, int timeoutSeconds = 60);
+// Runs a program (found on PATH or by path) with this process's environment or the one given,
+// waiting at most `timeoutSeconds`; a program still running then is killed.
+ProgramResult runProgram(const QString& program, const QStringList& arguments, int timeoutSeconds = 60,
+                         const QProcessEnvironment& environment = QProcessEnvironment::systemEnvironment());

@@ -9,22 +9,7 @@
 #include <cerrno>
 #include <cstring>
 
-using ::testing::Contains;
 using ::testing::IsEmpty;
-
-namespace {
-
-const QString kDir = "/DCIM/100APPLE/";
-
-// Everything below `top` except the subtree `inside`.
-QMap<QString, QString> stateOutside(const QString& top, const QString& inside)
-{
-    QMap<QString, QString> state = folderState(top);
-    state.removeIf([&](auto entry) { return entry.key() == inside || entry.key().startsWith(inside + "/"); });
-    return state;
-}
-
-} // namespace
 
 TEST(BackupEngineSafety, FolderAndFileNameRules)
 {
@@ -38,75 +23,6 @@ TEST(BackupEngineSafety, FolderAndFileNameRules)
         EXPECT_TRUE(DestinationFolder::isSafeFileName(name)) << name.toStdString();
     for (const QString name : {"", ".", "..", "a/b", "../x.JPG"})
         EXPECT_FALSE(DestinationFolder::isSafeFileName(name)) << name.toStdString();
-}
-
-TEST(BackupEngineSafety, NothingIsWrittenOutsideTheBackupFolder)
-{
-    TempDir dir;
-    const QString root = dir.path() + "/backup";
-    const QString outside = dir.path() + "/outside";
-    QDir().mkpath(root);
-    writeFile(outside + "/keep.txt", "keep");
-
-    TestPhone phone;
-    phone.addAsset("P", "IMG_0001.JPG", "in many albums");
-    phone.addAsset("Q", "IMG_0002.JPG", "escaping name").originalFilename = "../../../escape.JPG";
-    phone.addAsset("S", "IMG_0003.JPG", "recorded stem");
-    phone.addAsset("H", "IMG_0004.JPG", "hidden").isHidden = true;
-    phone.addAsset("T", "IMG_0005.JPG", "titled album");
-    const QStringList hostile{"up", "absolute", "sneaky", "temporary", "journal", "empty"};
-    for (const QString& uuid : hostile)
-        phone.putInAlbum(phone.addAlbum(uuid, "Innocent " + uuid), "P");
-    phone.putInAlbum(phone.addAlbum("good", "Good"), "P");
-    phone.putInAlbum(phone.addAlbum("titled", "../../up", phone.addAlbum("etc", "/etc", std::nullopt, true)),
-                     "T");
-
-    // A manifest that records album folders outside the backup or inside its own files, a stem
-    // that is a path, and folders that are links to elsewhere.
-    Manifest manifest(root);
-    manifest.recordAlbum("up", "../outside", "Up");
-    manifest.recordAlbum("absolute", outside + "/absolute", "Absolute");
-    manifest.recordAlbum("sneaky", "Albums/../../outside", "Sneaky");
-    manifest.recordAlbum("temporary", ".ombrelo-tmp/x", "Temporary");
-    manifest.recordAlbum("journal", Manifest::fileName + "-journal", "Journal");
-    manifest.recordAlbum("empty", "", "Empty");
-    manifest.reserveStem("S", "Camera Roll", "../../outside/s");
-    ASSERT_TRUE(QFile::link(outside, root + "/Hidden"));
-    ASSERT_TRUE(QFile::link(outside, root + "/" + BackupEngine::tempFolderName));
-    const BackupPlan plan(phone.library, manifest.albumPaths());
-    ASSERT_EQ(plan.albumPaths.value("up"), "../outside");
-    const auto before = stateOutside(dir.path(), "backup");
-
-    const RunResult run = runEngine(phone.source, plan, root, manifest,
-                                    options(QStringList{"camera-roll", "hidden", "etc", "good"} + hostile));
-
-    EXPECT_EQ(stateOutside(dir.path(), "backup"), before);
-    EXPECT_EQ(readFile(root + "/Albums/Good/IMG_0001.JPG"), "in many albums");
-    EXPECT_TRUE(QFileInfo::exists(root + "/Camera Roll/-..-..-escape.JPG"));
-    EXPECT_EQ(readFile(root + "/Albums/-etc/-..-up/IMG_0005.JPG"), "titled album");
-    EXPECT_FALSE(QFileInfo::exists(root + "/" + BackupEngine::tempFolderName));
-    for (const QString& uuid : hostile) {
-        const QString text =
-            "IMG_0001.JPG: " + BackupError::unsafeFolder(plan.albumPaths.value(uuid)).description();
-        EXPECT_THAT(run.summary.errors, Contains(text));
-        EXPECT_THAT(run.log, Contains("ERROR " + text));
-    }
-    EXPECT_THAT(
-        run.summary.errors,
-        Contains("IMG_0001.JPG: The destination folder “../outside” does not lie inside the backup folder, "
-                 "so nothing was written to it."));
-    EXPECT_THAT(run.summary.errors,
-                Contains("IMG_0003.JPG: The file name “../../outside/s.JPG” cannot be used inside the backup "
-                         "folder, so the file was not written."));
-    EXPECT_THAT(
-        run.summary.errors,
-        Contains("IMG_0004.JPG: The folder “" + root +
-                 "/Hidden” could not be created (it is a link to another place, which a backup does not "
-                 "follow)."));
-    EXPECT_EQ(run.summary.errors.size(), hostile.size() + 2);
-    // Rows only for what was written, all of it inside the folder.
-    EXPECT_EQ(fileRows(manifest).size(), 3);
-    EXPECT_THAT(inconsistencies(root), IsEmpty());
 }
 
 TEST(BackupEngineSafety, RunDoesNotStartWithoutItsTemporaryFolder)

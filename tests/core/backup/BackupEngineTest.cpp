@@ -8,7 +8,6 @@
 #include <sys/stat.h>
 
 using ::testing::Contains;
-using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
 namespace {
@@ -61,41 +60,27 @@ TEST(BackupEngineComponents, FilesThatMakeUpAnAsset)
     using C = Component;
     using Parts = QList<SourceComponent>;
 
-    const auto live = engine.components(phone.asset("live"));
-    ASSERT_TRUE(live);
-    EXPECT_EQ(live->parts, (Parts{{C::original, kDir + "IMG_0001.HEIC", "HEIC"},
-                                  {C::aae, kDir + "IMG_0001.AAE", "AAE"},
-                                  {C::liveVideo, kDir + "IMG_0001.MOV", "MOV"}}));
-    EXPECT_EQ(live->unhandled, QStringList{"img_0001.mov"});
-
-    const auto video = engine.components(phone.asset("video"));
-    ASSERT_TRUE(video);
-    EXPECT_EQ(video->parts, (Parts{{C::original, kDir + "IMG_0002.MP4", "MP4"}}));
-    EXPECT_THAT(video->unhandled, IsEmpty());
-
-    const auto still = engine.components(phone.asset("still"));
-    ASSERT_TRUE(still);
-    EXPECT_EQ(still->parts, (Parts{{C::original, kDir + "IMG_0003.JPG", "JPG"}}));
-    EXPECT_THAT(still->unhandled, IsEmpty());
-
-    const auto edited = engine.components(phone.asset("edited"));
-    ASSERT_TRUE(edited);
-    EXPECT_EQ(edited->parts, (Parts{{C::original, kDir + "IMG_0004.HEIC", "HEIC"},
-                                    {C::adjustments, edits4 + "Adjustments.plist", "plist"},
-                                    {C::edited, edits4 + "FullSizeRender.heic", "heic"},
-                                    {C::editedLiveVideo, edits4 + "FullSizeRender.mov", "mov"}}));
-    EXPECT_EQ(edited->unhandled, (QStringList{"FullSizeRender.jpg", "Preview.jpg"}));
-
-    const auto editedVideo = engine.components(phone.asset("editedVideo"));
-    ASSERT_TRUE(editedVideo);
-    EXPECT_EQ(editedVideo->parts, (Parts{{C::original, kDir + "IMG_0005.MOV", "MOV"},
-                                         {C::edited, edits5 + "FullSizeRender.MOV", "MOV"},
-                                         {C::editedStill, edits5 + "FullSizeRender.jpg", "jpg"}}));
-
-    const auto noEdits = engine.components(phone.asset("noEdits"));
-    ASSERT_TRUE(noEdits);
-    EXPECT_EQ(noEdits->parts.size(), 1);
-
+    // What each asset's backup takes, and the files beside them that it leaves out.
+    const auto found = [&](const QString& uuid) {
+        const auto components = engine.components(phone.asset(uuid));
+        EXPECT_TRUE(components) << uuid.toStdString();
+        return components ? std::pair(components->parts, components->unhandled) : std::pair(Parts{}, QStringList{});
+    };
+    EXPECT_EQ(found("live"), std::pair(Parts{{C::original, kDir + "IMG_0001.HEIC", "HEIC"},
+                                             {C::aae, kDir + "IMG_0001.AAE", "AAE"},
+                                             {C::liveVideo, kDir + "IMG_0001.MOV", "MOV"}},
+                                       QStringList{"img_0001.mov"}));
+    EXPECT_EQ(found("video"), std::pair(Parts{{C::original, kDir + "IMG_0002.MP4", "MP4"}}, QStringList{}));
+    EXPECT_EQ(found("still"), std::pair(Parts{{C::original, kDir + "IMG_0003.JPG", "JPG"}}, QStringList{}));
+    EXPECT_EQ(found("edited"), std::pair(Parts{{C::original, kDir + "IMG_0004.HEIC", "HEIC"},
+                                               {C::adjustments, edits4 + "Adjustments.plist", "plist"},
+                                               {C::edited, edits4 + "FullSizeRender.heic", "heic"},
+                                               {C::editedLiveVideo, edits4 + "FullSizeRender.mov", "mov"}},
+                                         QStringList{"FullSizeRender.jpg", "Preview.jpg"}));
+    EXPECT_EQ(found("editedVideo").first, (Parts{{C::original, kDir + "IMG_0005.MOV", "MOV"},
+                                                 {C::edited, edits5 + "FullSizeRender.MOV", "MOV"},
+                                                 {C::editedStill, edits5 + "FullSizeRender.jpg", "jpg"}}));
+    EXPECT_EQ(found("noEdits").first.size(), 1);
     EXPECT_FALSE(engine.components(phone.asset("cloud")));
     EXPECT_FALSE(engine.components(phone.asset("nowhere")));
 
@@ -189,7 +174,6 @@ TEST(BackupEngineRun, CopiesEachFileOnceIntoEveryFolderItBelongsTo)
     const QString root = dir.path();
     Manifest manifest(root);
     const BackupOptions all = options({"camera-roll", "hidden", "family", "trips", "best"});
-    const QString date = manifest.formatDate(jan2024());
 
     // A dry run first: it counts each file once however many folders it goes to, and touches nothing.
     const auto untouched = folderState(root);
@@ -231,20 +215,11 @@ TEST(BackupEngineRun, CopiesEachFileOnceIntoEveryFolderItBelongsTo)
         }
     }
 
-    // One row per file and folder, all "copied"; the files on disk already showed where each went.
+    // One row per file and folder, all "copied" (their content: BackupEndToEnd); the album folders
+    // are recorded for later runs.
     const QStringList rows = fileRows(manifest);
     EXPECT_EQ(rows.size(), 11);
     EXPECT_EQ(rows.filter(QRegularExpression(" \\| copied$")).size(), 11);
-    EXPECT_THAT(rows,
-                Contains("P | Albums/Family/Kids | live-video | Albums/Family/Kids/IMG_0001.MOV | " +
-                         hashOf("live motion") + " | 11 | " + date + " | " + kDir + "IMG_0001.MOV | copied"));
-    EXPECT_THAT(
-        rows,
-        Contains("Q | Camera Roll | adjustments | Camera Roll/IMG_0002.AAE.plist | " + hashOf("adjustments") +
-                 " | 11 | " + date +
-                 " | /PhotoData/Mutations/DCIM/100APPLE/IMG_0002/Adjustments/Adjustments.plist | copied"));
-    EXPECT_THAT(rows, Contains("R | Camera Roll | original | Camera Roll/IMG_0003.MP4 | " +
-                               hashOf("undated video") + " | 13 | NULL | " + kDir + "IMG_0003.MP4 | copied"));
     EXPECT_EQ(manifest.albumPaths(),
               (QHash<QString, QString>{
                   {"kids", "Albums/Family/Kids"}, {"trips", "Albums/Trips"}, {"best", "Albums/Best"}}));
@@ -280,10 +255,6 @@ TEST(BackupEngineRun, CopiesEachFileOnceIntoEveryFolderItBelongsTo)
     EXPECT_THAT(
         again.log,
         Contains("Already backed up: Albums/Trips original of IMG_0001.HEIC (/DCIM/100APPLE/IMG_0001.HEIC)"));
-    const RunResult dryAgain =
-        runEngine(phone.source, plan, root, manifest, options(all.nodeIDs.values(), true));
-    EXPECT_EQ(dryAgain.summary.filesToCopy, 0);
-    EXPECT_EQ(dryAgain.summary.filesAlreadyBackedUp, 11);
 }
 
 TEST(BackupEngineRun, WorkListFollowsTheSelection)
@@ -316,6 +287,7 @@ TEST(BackupEngineRun, NeverReplacesWhatIsAlreadyInTheFolder)
     phone.addAsset("B", "IMG_0002.JPG", "phone b");
     phone.addAsset("C", "IMG_0003.JPG", "phone c");
     phone.addAsset("D", "IMG_0004.JPG", "phone d");
+    phone.addAsset("E", "IMG_0005.JPG", "phone e");
     const BackupPlan plan(phone.library, {});
 
     TempDir dir;
@@ -341,6 +313,7 @@ TEST(BackupEngineRun, NeverReplacesWhatIsAlreadyInTheFolder)
     ASSERT_EQ(::mkfifo(QFile::encodeName(roll + "IMG_0002.JPG").constData(), 0644), 0); // never to be read
     ASSERT_TRUE(QFile::link(outside + "/same as c.jpg", roll + "IMG_0003.JPG")); // never to be followed
     writeFile(roll + "img_0004_edited.jpg", "another tool's edit");
+    writeFile(roll + "IMG_0005.JPG", "phone e"); // the phone's own picture, put there by hand: no name was reserved
     const auto before = folderState(root, kManifestFiles);
     const auto outsideBefore = folderState(outside);
 
@@ -354,9 +327,10 @@ TEST(BackupEngineRun, NeverReplacesWhatIsAlreadyInTheFolder)
     EXPECT_EQ(readFile(roll + "IMG_0002 (2).JPG"), "phone b");
     EXPECT_EQ(readFile(roll + "IMG_0003 (2).JPG"), "phone c");
     EXPECT_EQ(readFile(roll + "IMG_0004 (2).JPG"), "phone d");
-    EXPECT_EQ(after.size(), before.size() + 4);
+    EXPECT_EQ(readFile(roll + "IMG_0005 (2).JPG"), "phone e");
+    EXPECT_EQ(after.size(), before.size() + 5);
 
-    EXPECT_EQ(run.summary.filesCopied, 4);
+    EXPECT_EQ(run.summary.filesCopied, 5);
     EXPECT_EQ(run.summary.filesAdopted, 1);
     EXPECT_THAT(run.log, Contains("Already on disk, recorded: Camera Roll/IMG_0001.MOV"));
     EXPECT_THAT(fileRows(manifest),
@@ -368,7 +342,7 @@ TEST(BackupEngineRun, NeverReplacesWhatIsAlreadyInTheFolder)
                          hashOf("phone still") + " | 11 | " + manifest.formatDate(jan2024()) + " | " + kDir +
                          "IMG_0001.HEIC | copied"));
     EXPECT_EQ(run.summary.lines(),
-              (QStringList{"Files copied: 4 (" + formatByteCount(run.summary.bytesCopied) + ")",
+              (QStringList{"Files copied: 5 (" + formatByteCount(run.summary.bytesCopied) + ")",
                            "Already backed up: 0", "Found on disk from an earlier interrupted run: 1"}));
     EXPECT_THAT(inconsistencies(root), IsEmpty());
 }
@@ -435,61 +409,4 @@ TEST(BackupEngineRun, FilesMissingFromThePhone)
               (QStringList{"Files copied: 3 (" + formatByteCount(5 + 4 + 7) + ")", "Already backed up: 0",
                            "Not stored on the device (iCloud only?): 1", "Errors: 2"}));
     EXPECT_THAT(fileRows(manifest).join("\n").toStdString(), ::testing::Not(::testing::HasSubstr("gone")));
-}
-
-TEST(BackupEngineRun, CancellationIsCheckedBetweenAssets)
-{
-    FamilyPhone phone;
-    const BackupPlan plan(phone.library, {});
-    TempDir dir;
-    Manifest manifest(dir.path());
-    const BackupOptions all = options({"camera-roll", "hidden", "family", "trips", "best"});
-
-    // Cancelled before the first asset: nothing done, and the closing progress says so.
-    const RunResult none = runEngine(phone.source, plan, dir.path(), manifest, all, [] { return true; });
-    EXPECT_TRUE(none.summary.cancelled);
-    EXPECT_EQ(phone.source.downloads, 0);
-    ASSERT_EQ(none.progress.size(), 1);
-    EXPECT_EQ(none.progress[0].assetsDone, 0);
-    EXPECT_EQ(none.progress[0].assetsTotal, 4);
-    EXPECT_EQ(none.summary.lines().last(), "Cancelled before finishing.");
-    EXPECT_FALSE(QFileInfo::exists(dir.filePath(".ombrelo-tmp")));
-
-    // Cancelled while the first asset is being copied: that asset is finished, the rest left.
-    bool cancel = false;
-    const RunResult some = runEngine(
-        phone.source, plan, dir.path(), manifest, all, [&] { return cancel; },
-        [&](const BackupEvent& event) {
-            if (event.kind == BackupEvent::Kind::log)
-                cancel = true;
-        });
-    EXPECT_TRUE(some.summary.cancelled);
-    EXPECT_EQ(some.summary.filesCopied, 6); // the live photo, into its three albums
-    EXPECT_EQ(fileRows(manifest).size(), 6);
-    ASSERT_EQ(some.progress.size(), 2);
-    EXPECT_EQ(some.progress.last().assetsDone, 0);
-    EXPECT_EQ(some.progress.last().bytesCopied, 3u * 21);
-    EXPECT_EQ(some.summary.lines(), (QStringList{"Files copied: 6 (" + formatByteCount(63) + ")",
-                                                 "Already backed up: 0", "Cancelled before finishing."}));
-}
-
-TEST(BackupEngineDates, ModificationTimeIsTheCaptureDate)
-{
-    TestPhone phone;
-    const BackupPlan plan(phone.library, {});
-    TempDir dir;
-    Manifest manifest(dir.path());
-    BackupEngine engine(phone.source, plan, dir.path(), manifest);
-    const QString file = dir.filePath("photo.jpg");
-    writeFile(file, "x");
-    const QDateTime date(QDate(2019, 7, 14), QTime(18, 30, 5, 250), Qt::UTC);
-
-    EXPECT_EQ(engine.setDates(file, date), std::nullopt);
-    const QFileInfo info(file);
-    EXPECT_EQ(info.lastModified().toUTC(), date);
-    EXPECT_EQ(info.lastRead().toUTC(), date);
-
-    const auto warning = engine.setDates(dir.filePath("missing.jpg"), date);
-    ASSERT_TRUE(warning);
-    EXPECT_TRUE(warning->startsWith("missing.jpg: ")) << warning->toStdString();
 }

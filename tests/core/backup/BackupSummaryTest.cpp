@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-TEST(BackupSummary, ShortestRealAndDryRuns)
+TEST(BackupSummary, EveryLineInOrderWithCancelledLast)
 {
     BackupSummary empty;
     EXPECT_EQ(empty.lines(), (QStringList{"Files copied: 0 (0 bytes)", "Already backed up: 0"}));
@@ -14,10 +14,7 @@ TEST(BackupSummary, ShortestRealAndDryRuns)
     dry.bytesCopied = 999999; // never shown for a dry run
     EXPECT_EQ(dry.lines(), (QStringList{"Would copy: 12 files (identical-content checks happen during the real run)",
                                         "Already backed up: 0"}));
-}
 
-TEST(BackupSummary, EveryLineInOrderWithCancelledLast)
-{
     BackupSummary summary;
     summary.filesCopied = 3;
     summary.bytesCopied = 4'500'000;

@@ -199,17 +199,6 @@ inline QStringList fileRows(Manifest& manifest, bool withStatus = true)
     return rows;
 }
 
-inline QStringList placementRows(Manifest& manifest)
-{
-    QStringList rows;
-    manifest.db().query("SELECT asset_uuid, dest, stem FROM placements ORDER BY 1, 2", {},
-                        [&](const SQLRow& row) {
-                            rows << row.text(0).value_or("") + " | " + row.text(1).value_or("") + " | " +
-                                        row.text(2).value_or("");
-                        });
-    return rows;
-}
-
 // The folder and its manifest agree: every recorded file exists with its size and hash, as the
 // product's own checker sees it.
 inline QStringList inconsistencies(const QString& root)

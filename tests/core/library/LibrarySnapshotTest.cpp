@@ -68,26 +68,6 @@ QStringList quickCheck(const QString& path)
     return lines;
 }
 
-TEST(LibrarySnapshot, FetchCopiesTheDatabaseWithItsLog)
-{
-    TempDir scratch;
-    ScriptedSource device;
-    // Three of this library's assets and two albums are only in the log.
-    serveCorpus(device, "osxphotos-16.0.0-beta", LibrarySnapshot::deviceFiles(), scratch);
-    const QString folder = scratch.filePath("cache/UDID");
-    writeFile(folder + "/left-over.txt", "from an earlier run");
-
-    const PhotoLibrary library = LibrarySnapshot::fetch(device, folder, 3);
-    EXPECT_EQ(library.assets.size(), 13);
-    EXPECT_EQ(std::count_if(library.albums.cbegin(), library.albums.cend(),
-                            [](const LibraryAlbum& album) { return !album.isFolder; }),
-              7);
-    for (const QString& file : LibrarySnapshot::deviceFiles())
-        EXPECT_EQ(device.calls("/PhotoData/" + file), 1) << file.toStdString();
-    EXPECT_TRUE(QFile::exists(folder + "/Photos.sqlite"));
-    EXPECT_FALSE(QFile::exists(folder + "/left-over.txt"));
-}
-
 TEST(LibrarySnapshot, FetchWithoutLogFiles)
 {
     TempDir scratch;
@@ -123,16 +103,6 @@ TEST(LibrarySnapshot, FetchFailsAfterTheLastAttempt)
         EXPECT_EQ(error.description(),
                   "Could not read /PhotoData/Photos.sqlite-wal from device: read failed, afc error 7");
     }
-
-    ScriptedSource damaged;
-    damaged.addFile("/PhotoData/Photos.sqlite", damagedCopy(scratch));
-    try {
-        LibrarySnapshot::fetch(damaged, scratch.filePath("copy"), 2);
-        FAIL() << "a damaged database must not load";
-    } catch (const SQLiteError& error) {
-        EXPECT_TRUE(error.message().startsWith(kPrefix)) << error.message().toStdString();
-    }
-    EXPECT_EQ(damaged.calls("/PhotoData/Photos.sqlite"), 2);
 }
 
 TEST(LibrarySnapshot, FetchTriesAgainFromTheStart)

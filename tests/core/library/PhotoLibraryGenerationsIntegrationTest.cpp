@@ -1,14 +1,8 @@
-#include "QtPrinters.h"
-#include "RunProgram.h"
-#include "TempDir.h"
+#include "PhoneBackup.h"
 #include "library/PhotoLibrary.h"
 
 #include <QDir>
 #include <QFile>
-#include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonObject>
-#include <QSet>
 
 #include <gtest/gtest.h>
 
@@ -17,19 +11,6 @@
 namespace {
 
 class GenerationTest : public testing::TestWithParam<const char*> {};
-
-// Writes a phone of the generation and returns the folder holding its database files.
-QString makePhone(const TempDir& dir, const QString& generation, QJsonObject& answerKey)
-{
-    const QString phone = dir.filePath("phone");
-    const ProgramResult made = runProgram(OMBRELO_BIN_DIR "/ombrelo-mkdevice",
-                                          {phone, "--generation", generation, "--assets", "60", "--files", "none",
-                                           "--answer-key", dir.filePath("key.json")});
-    if (made.exitCode != 0)
-        throw std::runtime_error(made.describe().toStdString());
-    answerKey = QJsonDocument::fromJson(readFile(dir.filePath("key.json"))).object();
-    return phone + "/media/PhotoData";
-}
 
 // Copies the database files whose names are given, as a fetch would.
 QString copy(const QString& from, const QString& to, const QStringList& names)
@@ -42,16 +23,15 @@ QString copy(const QString& from, const QString& to, const QStringList& names)
     return to + "/Photos.sqlite";
 }
 
-std::optional<int64_t> optionalInteger(const QJsonValue& value)
-{
-    return value.isNull() ? std::nullopt : std::optional<int64_t>(value.toInteger());
-}
-
 TEST_P(GenerationTest, ReadsWhatThePhoneHolds)
 {
     TempDir dir;
-    QJsonObject key;
-    const QString device = makePhone(dir, GetParam(), key);
+    const ProgramResult made = runProgram(OMBRELO_BIN_DIR "/ombrelo-mkdevice",
+                                          {dir.filePath("phone"), "--generation", GetParam(), "--assets", "60",
+                                           "--files", "none", "--answer-key", dir.filePath("key.json")});
+    ASSERT_EQ(made.exitCode, 0) << made.describe().toStdString();
+    const PhoneAnswerKey key = PhoneAnswerKey::read(dir.filePath("key.json"));
+    const QString device = dir.filePath("phone/media/PhotoData");
     const QStringList files{"Photos.sqlite", "Photos.sqlite-wal", "Photos.sqlite-shm"};
     ASSERT_GT(QFileInfo(device + "/Photos.sqlite-wal").size(), 0) << "the phone keeps recent changes in its log";
     const PhotoLibrary library = PhotoLibrary::load(copy(device, dir.filePath("copy"), files));
@@ -59,50 +39,38 @@ TEST_P(GenerationTest, ReadsWhatThePhoneHolds)
     QHash<int64_t, LibraryAsset> assets;
     for (const LibraryAsset& asset : library.assets)
         assets.insert(asset.pk, asset);
-    const QJsonArray keyAssets = key["assets"].toArray();
-    EXPECT_EQ(assets.size(), keyAssets.size());
+    EXPECT_EQ(assets.size(), key.assets.size());
     QHash<QString, QList<int64_t>> membersByAlbumUUID;
-    for (const QJsonValue& value : keyAssets) {
-        const QJsonObject expected = value.toObject();
-        const int64_t pk = expected["pk"].toInteger();
-        for (const QJsonValue& album : expected["albums"].toArray())
-            membersByAlbumUUID[album.toString()] << pk;
-        ASSERT_TRUE(assets.contains(pk)) << pk;
-        const LibraryAsset& asset = assets[pk];
+    for (const PhoneAnswerKey::Asset& expected : key.assets) {
+        for (const QString& album : expected.albums)
+            membersByAlbumUUID[album] << expected.pk;
+        ASSERT_TRUE(assets.contains(expected.pk)) << expected.pk;
+        const LibraryAsset& asset = assets[expected.pk];
         SCOPED_TRACE(asset.uuid.toStdString());
-        EXPECT_EQ(asset.uuid, expected["uuid"].toString());
-        EXPECT_EQ(asset.sourcePath(), "/" + expected["directory"].toString() + "/" + expected["filename"].toString());
-        const QString original = expected["originalFilename"].toString();
-        EXPECT_EQ(asset.originalFilename, original.isEmpty() ? std::nullopt : std::optional(original));
-        EXPECT_EQ(asset.dateCreated,
-                  expected["dateCreated"].isNull() ? std::nullopt : std::optional(expected["dateCreated"].toDouble()));
-        EXPECT_EQ(asset.isVideo, expected["isVideo"].toBool());
-        EXPECT_EQ(asset.isLivePhoto(), expected["isLivePhoto"].toBool());
-        EXPECT_EQ(asset.isHidden, expected["isHidden"].toBool());
-        EXPECT_EQ(asset.isTrashed, expected["isTrashed"].toBool());
-        EXPECT_EQ(asset.hasAdjustments, expected["hasAdjustments"].toBool());
-        EXPECT_EQ(asset.savedAssetType, optionalInteger(expected["savedAssetType"]));
-        EXPECT_EQ(asset.bundleScope, optionalInteger(expected["bundleScope"]));
+        EXPECT_EQ(asset.uuid, expected.uuid);
+        EXPECT_EQ(asset.sourcePath(), "/" + expected.directory + "/" + expected.filename);
+        EXPECT_EQ(asset.originalFilename.value_or(""), expected.originalFilename.value_or("")); // empty: none
+        EXPECT_EQ(asset.dateCreated, expected.dateCreated);
+        EXPECT_EQ(asset.isVideo, expected.isVideo);
+        EXPECT_EQ(asset.isLivePhoto(), expected.isLivePhoto);
+        EXPECT_EQ(asset.isHidden, expected.isHidden);
+        EXPECT_EQ(asset.isTrashed, expected.isTrashed);
+        EXPECT_EQ(asset.hasAdjustments, expected.hasAdjustments);
+        EXPECT_EQ(asset.savedAssetType, expected.savedAssetType);
+        EXPECT_EQ(asset.bundleScope, expected.bundleScope);
     }
 
     // Regular albums and folders only, with their nesting; membership as the phone has it.
-    QHash<QString, int64_t> albumPK;
-    for (const QJsonValue& value : key["albums"].toArray())
-        albumPK.insert(value["uuid"].toString(), value["pk"].toInteger());
     QList<LibraryAlbum> expectedAlbums;
     QHash<int64_t, QList<int64_t>> expectedMembership;
-    for (const QJsonValue& value : key["albums"].toArray()) {
-        const int64_t kind = value["kind"].toInteger();
-        if (kind != 2 && kind != 4000)
+    for (const PhoneAnswerKey::Album& album : key.albums) {
+        if (album.kind != 2 && album.kind != 4000)
             continue;
-        const QString uuid = value["uuid"].toString();
-        const QString parent = value["parentUUID"].toString();
-        expectedAlbums.append({value["pk"].toInteger(), uuid,
-                               value["title"].isNull() ? QString("Untitled") : value["title"].toString(), kind == 4000,
-                               parent.isEmpty() ? std::nullopt : std::optional(albumPK.value(parent)),
-                               value["isTrashed"].toBool()});
-        if (membersByAlbumUUID.contains(uuid))
-            expectedMembership.insert(value["pk"].toInteger(), membersByAlbumUUID[uuid]);
+        const PhoneAnswerKey::Album* parent = key.album(album.parentUUID);
+        expectedAlbums.append({album.pk, album.uuid, album.title.value_or("Untitled"), album.kind == 4000,
+                               parent ? std::optional(parent->pk) : std::nullopt, album.isTrashed});
+        if (membersByAlbumUUID.contains(album.uuid))
+            expectedMembership.insert(album.pk, membersByAlbumUUID[album.uuid]);
     }
     std::sort(expectedAlbums.begin(), expectedAlbums.end(),
               [](const LibraryAlbum& a, const LibraryAlbum& b) { return a.pk < b.pk; });

@@ -3,38 +3,6 @@
 
 #include <gtest/gtest.h>
 
-TEST(SQLiteDB, RowsNullsAndColumns)
-{
-    TempDir dir;
-    SQLiteDB db(dir.filePath("t.sqlite"), false, true);
-    db.execute("CREATE TABLE t(a INTEGER, b TEXT, c REAL)");
-    db.execute("INSERT INTO t VALUES(?,?,?)", {SQLValue::integer(1), SQLValue::text("x"), SQLValue::real(2.5)});
-    db.execute("INSERT INTO t VALUES(?,?,?)", {SQLValue::null(), SQLValue::null(), SQLValue::null()});
-
-    int calls = 0;
-    db.query("SELECT a FROM t WHERE a = 99", {}, [&](const SQLRow&) { ++calls; });
-    EXPECT_EQ(calls, 0);
-
-    QList<std::optional<int64_t>> ints;
-    QList<std::optional<QString>> texts;
-    QList<std::optional<double>> reals;
-    db.query("SELECT a, b, c FROM t ORDER BY rowid", {}, [&](const SQLRow& row) {
-        ints << row.integer(0);
-        texts << row.text(1);
-        reals << row.real(2);
-    });
-    ASSERT_EQ(ints.size(), 2);
-    EXPECT_EQ(ints[0], 1);
-    EXPECT_EQ(texts[0], QString("x"));
-    EXPECT_EQ(reals[0], 2.5);
-    EXPECT_FALSE(ints[1].has_value()); // NULL is absent, not 0
-    EXPECT_FALSE(texts[1].has_value());
-    EXPECT_FALSE(reals[1].has_value());
-
-    EXPECT_EQ(db.columns("t"), (QSet<QString>{"a", "b", "c"}));
-    EXPECT_TRUE(db.columns("nope").isEmpty());
-}
-
 TEST(SQLiteDB, ErrorTexts)
 {
     TempDir dir;

@@ -55,19 +55,6 @@ QStringList placed(const BackupPlan& plan)
 
 } // namespace
 
-TEST(SkipReason, RawValuesAreExactAndCaseSensitive)
-{
-    QStringList raws;
-    for (SkipReason reason : allSkipReasons())
-        raws << rawValue(reason);
-    EXPECT_EQ(raws, (QStringList{"Recently Deleted", "Shared with You (Messages)", "iCloud Shared Albums",
-                                 "Other library scope"}));
-    EXPECT_EQ(skipReasonFromRawValue("Recently Deleted"), SkipReason::trashed);
-    EXPECT_EQ(skipReasonFromRawValue("iCloud Shared Albums"), SkipReason::sharedAlbum);
-    EXPECT_FALSE(skipReasonFromRawValue("recently deleted"));
-    EXPECT_FALSE(skipReasonFromRawValue(""));
-}
-
 TEST(BackupPlan, EligibilityTestsRunInOrderAndLeaveSkippedAssetsOutOfEveryLeaf)
 {
     PhotoLibrary library;
@@ -283,36 +270,9 @@ TEST(BackupPlan, AssetsLandInTheirAlbumsInPlanOrderAndHiddenOnesOnlyInHidden)
     for (const BackupNode& leaf : plan.allLeaves())
         leafIDs << leaf.id;
     EXPECT_EQ(leafIDs, (QStringList{"camera-roll", "hidden", "album-4", "album-2", "album-3"}));
+    EXPECT_EQ(titles(plan.topLevelNodes()), (QStringList{"Camera Roll", "Hidden", "Nothing", "Trips"}));
 
     BackupNode stale = plan.cameraRoll;
     stale.assetUUIDs << "no-such-asset";
     EXPECT_EQ(uuids(plan.assets(stale)), QStringList{"loose"});
-}
-
-TEST(BackupPlan, NodeLookupIsDepthFirstAndExact)
-{
-    PhotoLibrary library;
-    library.albums << folder(1, "A") << album(2, "Inside", 1) << album(3, "B");
-    library.albums[2].uuid = "album-2"; // a second node with the same id, later in the tree
-    const BackupPlan plan(library);
-
-    EXPECT_EQ(plan.node("camera-roll")->relativePath, "Camera Roll");
-    EXPECT_EQ(plan.node("hidden")->kind, BackupNode::Kind::hidden);
-    EXPECT_FALSE(plan.node("CAMERA-ROLL"));
-    EXPECT_FALSE(plan.node("nothing"));
-    // The album inside folder A comes before top-level B in pre-order.
-    EXPECT_EQ(plan.node("album-2")->title, "Inside");
-    EXPECT_EQ(titles(plan.topLevelNodes()), (QStringList{"Camera Roll", "Hidden", "A", "B"}));
-}
-
-TEST(BackupPlan, SortedIsStableByDateThenUUID)
-{
-    LibraryAsset first = photo(1, "same", 10);
-    LibraryAsset second = photo(2, "same", 10);
-    const QList<LibraryAsset> result =
-        BackupPlan::sorted({photo(3, "z", 10), second, photo(4, "none", std::nullopt), first, photo(5, "a", 11),
-                            photo(6, "before-2001", -5)});
-    EXPECT_EQ(uuids(result), (QStringList{"none", "before-2001", "same", "same", "z", "a"}));
-    EXPECT_EQ(result[2].pk, 2);
-    EXPECT_EQ(result[3].pk, 1);
 }

@@ -1,6 +1,5 @@
 #include "QtPrinters.h"
 #include "plan/FileNaming.h"
-#include "plan/SourceComponent.h"
 
 #include <QTextBoundaryFinder>
 
@@ -84,22 +83,4 @@ TEST(FileNaming, SafeNameCutsAtCharactersAndBytes)
     // 130 CJK characters (3 bytes each) likewise stop at 66 characters.
     const QString cjk = QString(130, QChar(0x5199));
     EXPECT_EQ(FileNaming::safeName(cjk, 120), QString(66, QChar(0x5199)));
-}
-
-TEST(SourceComponent, FileNames)
-{
-    EXPECT_EQ((SourceComponent{Component::original, "/DCIM/100APPLE/IMG_0001.HEIC", "HEIC"}).fileName("IMG_0001"),
-              "IMG_0001.HEIC");
-    EXPECT_EQ((SourceComponent{Component::liveVideo, "/x/IMG_0001.MOV", "MOV"}).fileName("IMG_0001 (2)"),
-              "IMG_0001 (2).MOV");
-    EXPECT_EQ((SourceComponent{Component::edited, "/x/FullSizeRender.jpg", "jpg"}).fileName("IMG_0001"),
-              "IMG_0001_edited.jpg");
-    EXPECT_EQ((SourceComponent{Component::editedLiveVideo, "/x/FullSizeRender.mov", "mov"}).fileName("A"),
-              "A_edited.mov");
-    EXPECT_EQ((SourceComponent{Component::adjustments, "/x/Adjustments.plist", "plist"}).fileName("IMG_0001"),
-              "IMG_0001.AAE.plist");
-    EXPECT_EQ((SourceComponent{Component::original, "/x/NOEXT", ""}).fileName("NOEXT"), "NOEXT");
-    EXPECT_EQ(rawValue(Component::editedLiveVideo), "edited-live-video");
-    EXPECT_EQ(componentFromRawValue("live-video"), Component::liveVideo);
-    EXPECT_FALSE(componentFromRawValue("Live-Video").has_value());
 }

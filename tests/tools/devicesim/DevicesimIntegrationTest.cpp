@@ -31,14 +31,6 @@ QByteArray randomBytes(qsizetype size, quint32 seed)
     return bytes;
 }
 
-SimulatedPhone phone(int n, const QString& name = "Test iPhone")
-{
-    SimulatedPhone phone;
-    phone.udid = simulatedUdid(n);
-    phone.name = name;
-    return phone;
-}
-
 // Debian's libimobiledevice-utils and ifuse are part of the test set-up; their absence is a
 // failure to report, not a reason to skip.
 QString requireTool(const QString& name, const QString& package)
@@ -64,11 +56,11 @@ private:
 TEST(Devicesim, StockToolsSeeTheSimulatedPhones)
 {
     TempDir dir;
-    SimulatedPhone first = phone(1, "First Phone");
+    SimulatedPhone first = simulatedPhone(1, "First Phone");
     first.productVersion = "16.7.2";
-    SimulatedPhone network = phone(3, "Network Phone");
+    SimulatedPhone network = simulatedPhone(3, "Network Phone");
     network.connection = "Network";
-    DeviceSimulator simulator({writeDeviceFolder(dir.filePath("a"), first), writeDeviceFolder(dir.filePath("b"), phone(2)),
+    DeviceSimulator simulator({writeDeviceFolder(dir.filePath("a"), first), writeDeviceFolder(dir.filePath("b"), simulatedPhone(2)),
                                writeDeviceFolder(dir.filePath("c"), network)});
     const QString ideviceId = requireTool("idevice_id", "libimobiledevice-utils");
     const QString ideviceinfo = requireTool("ideviceinfo", "libimobiledevice-utils");
@@ -104,7 +96,7 @@ TEST(Devicesim, IfuseMountIsIdenticalToMedia)
         return;
 
     TempDir dir;
-    const QString folder = writeDeviceFolder(dir.filePath("phone"), phone(1),
+    const QString folder = writeDeviceFolder(dir.filePath("phone"), simulatedPhone(1),
                                              {{"/DCIM/100APPLE/IMG_0001.HEIC", randomBytes(300000, 1)},
                                               {"/DCIM/100APPLE/IMG_0002.MOV", randomBytes(3 * 1048576 + 17, 2)},
                                               {"/DCIM/100APPLE/ONE_MIB.JPG", randomBytes(1048576, 3)},
@@ -135,7 +127,7 @@ TEST(Devicesim, IfuseMountIsIdenticalToMedia)
 TEST(Devicesim, BadDeviceJsonNamesTheKey)
 {
     TempDir dir;
-    SimulatedPhone typo = phone(1);
+    SimulatedPhone typo = simulatedPhone(1);
     typo.faults = {{"dropAfterByte", 10}};
     writeDeviceFolder(dir.filePath("typo"), typo);
     const QString socket = dir.filePath("s.sock");
@@ -155,33 +147,21 @@ TEST(Devicesim, BadDeviceJsonNamesTheKey)
     // Under --devices-dir, a bad device.json leaves that phone unplugged until it is fixed.
     const QString devices = dir.filePath("devices");
     writeDeviceFolder(devices + "/typo", typo);
-    writeDeviceFolder(devices + "/good", phone(2, "Good"));
+    writeDeviceFolder(devices + "/good", simulatedPhone(2, "Good"));
     DeviceSimulator simulator(DeviceSimulator::devicesDir, devices);
     ASSERT_EQ(AFCDevice::connectedDevices().size(), 1);
     EXPECT_TRUE(simulator.log().contains(devices + "/typo/device.json: unknown key \"faults.dropAfterByte\". "
                                                    "The device stays unplugged."));
-    writeDeviceJson(devices + "/typo", phone(1, "Fixed"));
+    writeDeviceJson(devices + "/typo", simulatedPhone(1, "Fixed"));
     const QList<DeviceInfo> fixed = AFCDevice::connectedDevices();
     ASSERT_EQ(fixed.size(), 2);
     EXPECT_EQ(fixed[1].name, "Fixed");
 }
 
-TEST(Devicesim, HelpDocumentsDeviceJsonAndFaults)
-{
-    const ProgramResult help = runProgram(kSimulator, {"--help"});
-    EXPECT_EQ(help.exitCode, 0);
-    for (const char* key : {"--socket", "--devices-dir", "--verbose", "\"udid\"", "\"name\"", "\"productType\"",
-                            "\"productVersion\"", "\"connection\"", "\"listedTwice\"", "\"lockdownError\"",
-                            "\"startServiceError\"", "\"deviceNameMissing\"", "\"productTypeMissing\"",
-                            "\"productVersionMissing\"", "\"failPaths\"", "\"dropAfterBytes\"", "\"bytesPerSecond\"",
-                            "USBMUXD_SOCKET_ADDRESS", "SIGTERM"})
-        EXPECT_TRUE(help.out.contains(key)) << key;
-}
-
 TEST(Devicesim, ThrottleHoldsTheRateAcrossConnections)
 {
     TempDir dir;
-    SimulatedPhone slow = phone(1);
+    SimulatedPhone slow = simulatedPhone(1);
     const qint64 rate = 20000000;
     slow.faults = {{"bytesPerSecond", rate}};
     const QByteArray video = randomBytes(5000000, 5);
@@ -211,7 +191,7 @@ TEST(Devicesim, ThrottleHoldsTheRateAcrossConnections)
 TEST(Devicesim, StopsCleanlyOnSignalsWithConnectionsOpen)
 {
     TempDir dir;
-    const QString folder = writeDeviceFolder(dir.filePath("phone"), phone(1), {{"/a.txt", "a"}});
+    const QString folder = writeDeviceFolder(dir.filePath("phone"), simulatedPhone(1), {{"/a.txt", "a"}});
     for (const int signal : {SIGINT, SIGTERM}) {
         DeviceSimulator simulator({folder});
         AFCDevice device;

@@ -1,0 +1,17 @@
+#include "CliRun.h"
+
+#include "CommandLine.h"
+
+#include <QTextStream>
+
+CliRun CliRun::of(const QStringList& arguments)
+{
+    CliRun run;
+    QTextStream out(&run.out);
+    QTextStream err(&run.err);
+    CommandContext context{out, err};
+    run.code = CommandLine().run(arguments, context);
+    out.flush();
+    err.flush();
+    return run;
+}
