@@ -376,9 +376,7 @@ void BackupEngine::backUpComponent(const LibraryAsset& asset, const SourceCompon
                         ready = download.path();
                     } else {
                         copy.reset(tmp + '/' + freshName());
-                        QFile from(download.path());
-                        if (!from.copy(copy.path()))
-                            throw BackupError::write(copy.path(), from.errorString());
+                        DestinationFolder::copyFile(download.path(), copy.path());
                         ready = copy.path();
                     }
                     if (date)
@@ -394,9 +392,7 @@ void BackupEngine::backUpComponent(const LibraryAsset& asset, const SourceCompon
                     // The folder is on another drive than the temporary folder: stage the copy
                     // beside the target instead, under a hidden name of the backup's own.
                     beside.reset(folder + "/.ombrelo-part-" + freshName());
-                    QFile from(ready);
-                    if (!from.copy(beside.path()))
-                        throw BackupError::write(beside.path(), from.errorString());
+                    DestinationFolder::copyFile(ready, beside.path());
                     ready = beside.path();
                     if (date)
                         dateProblem = applyDates(ready, *date);

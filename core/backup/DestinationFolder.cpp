@@ -1,6 +1,7 @@
 #include "DestinationFolder.h"
 
 #include "BackupError.h"
+#include "device/StreamingHasher.h"
 
 #include <QFile>
 #include <QStringList>
@@ -9,7 +10,9 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <memory>
 #include <fcntl.h>
+#include <sys/sendfile.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -30,6 +33,8 @@ template <typename F> int retrying(F call)
 }
 
 bool cannotSync(int error) { return error == EINVAL || error == ENOSYS || error == ENOTSUP; }
+
+constexpr size_t kMostSentAtOnce = 0x7ffff000; // what one sendfile call moves at most
 
 } // namespace
 
@@ -112,6 +117,72 @@ DestinationFolder::Placement DestinationFolder::placeExclusively(const QString& 
     if (errno == EXDEV)
         return Placement::otherFileSystem;
     throw BackupError::write(to, systemMessage(errno));
+}
+
+namespace {
+
+// Closes a descriptor when the scope ends.
+struct Descriptor {
+    int fd;
+    ~Descriptor()
+    {
+        if (fd >= 0)
+            ::close(fd);
+    }
+};
+
+// Copies what is left of `in` into `out` through a user-space buffer, for file systems that cannot
+// send from one file to another. False with errno set on failure.
+bool copyByReading(int in, int out)
+{
+    const auto buffer = std::make_unique_for_overwrite<char[]>(kTransferChunkSize);
+    for (;;) {
+        const ssize_t got = ::read(in, buffer.get(), kTransferChunkSize);
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got <= 0)
+            return got == 0;
+        for (ssize_t done = 0; done < got;) {
+            const ssize_t put = ::write(out, buffer.get() + done, size_t(got - done));
+            if (put < 0 && errno == EINTR)
+                continue;
+            if (put <= 0)
+                return false;
+            done += put;
+        }
+    }
+}
+
+} // namespace
+
+void DestinationFolder::copyFile(const QString& from, const QString& to)
+{
+    const Descriptor in{retrying([&] { return ::open(native(from).constData(), O_RDONLY | O_CLOEXEC); })};
+    if (in.fd < 0)
+        throw BackupError::write(to, systemMessage(errno));
+    Descriptor out{retrying(
+        [&] { return ::open(native(to).constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666); })};
+    if (out.fd < 0)
+        throw BackupError::write(to, systemMessage(errno));
+    // The kernel copies between the files itself; the buffer is the way where it cannot.
+    bool copied = true;
+    for (bool first = true;; first = false) {
+        const ssize_t sent = ::sendfile(out.fd, in.fd, nullptr, kMostSentAtOnce);
+        if (sent < 0 && errno == EINTR)
+            continue;
+        if (sent < 0 && first && (errno == EINVAL || errno == ENOSYS))
+            copied = copyByReading(in.fd, out.fd);
+        else if (sent < 0)
+            copied = false;
+        if (sent <= 0)
+            break;
+    }
+    const int error = errno;
+    const int closed = ::close(out.fd);
+    const int closeError = errno;
+    out.fd = -1;
+    if (!copied || closed != 0)
+        throw BackupError::write(to, systemMessage(copied ? closeError : error));
 }
 
 void DestinationFolder::syncFile(const QString& path)

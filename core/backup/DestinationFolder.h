@@ -31,6 +31,9 @@ public:
     // `taken` when something is already there, `otherFileSystem` when the two are on different
     // file systems. `from` is gone after `placed`. Throws BackupError for any other failure.
     static Placement placeExclusively(const QString& from, const QString& to);
+    // Copies the file `from` into the new file `to` (never an existing one), with the system's own
+    // reason when that fails (a full disk says so). Throws BackupError.
+    static void copyFile(const QString& from, const QString& to);
     // Forces a file's bytes and dates to the disk. Throws BackupError.
     static void syncFile(const QString& path);
     // Forces a folder's entries to the disk; a file system that cannot do it is not an error.
