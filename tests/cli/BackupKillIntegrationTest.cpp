@@ -109,6 +109,7 @@ TEST(BackupKilled, FiftyTimesAtRandomMomentsThenResumedEqualsAnUninterruptedBack
         return int(std::uniform_int_distribution<qint64>(0, std::max<qint64>(most, 1))(random));
     };
 
+    constexpr int kLeft = 15;
     int recorded = 0;
     int copyingAimsLeft = int(std::count(aims.begin(), aims.end(), Phase::copying));
     std::map<Phase, int> kills;
@@ -132,7 +133,10 @@ TEST(BackupKilled, FiftyTimesAtRandomMomentsThenResumedEqualsAnUninterruptedBack
             break;
         case Phase::copying:
             if (run.waitForOutput("Dry run:", 60000)) {
-                const int left = referenceRows - recorded - 1;
+                // At least kLeft files stay to be copied after the aimed-for rows: on a busy
+                // machine this test watches the run late, and a run that finishes the backup before
+                // its kill leaves nothing for the copying aims after it.
+                const int left = referenceRows - recorded - kLeft;
                 const int rows = upTo(std::min(left, 2 * left / (copyingAimsLeft + 1)));
                 while (rowLines(run.out()) < rows && run.runFor(2))
                     ;
