@@ -163,6 +163,10 @@ TEST(BackupEngineLookahead, CancellingStopsTheDownloadRunningAhead)
     EXPECT_TRUE(cancelled) << "the video's download never began ahead of its turn";
     EXPECT_TRUE(videoStopped);
     EXPECT_TRUE(run.summary.cancelled);
+    // A cancelled run reports nothing done, whatever it finished.
+    ASSERT_FALSE(run.progress.isEmpty());
+    EXPECT_EQ(run.progress.last().assetsDone, 0);
+    EXPECT_EQ(run.progress.last().assetsTotal, 2);
     EXPECT_THAT(run.log, ElementsAre("Copied Camera Roll/IMG_0001.JPG"));
     EXPECT_THAT(folderState(dir.path(), kManifestFiles).keys(), ElementsAre("Camera Roll", "Camera Roll/IMG_0001.JPG"));
     EXPECT_EQ(fileRows(manifest, false).size(), 1);
