@@ -64,6 +64,13 @@ inline double childrenCpuSeconds()
            double(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
 }
 
+inline void throwUnlessSucceeded(const QProcess& process, const QString& program, const QStringList& arguments)
+{
+    if (process.exitStatus() != QProcess::NormalExit || process.exitCode() != 0)
+        throw failure(QFileInfo(program).fileName() + " " + arguments.join(' ') + " failed with exit code " +
+                      QString::number(process.exitCode()));
+}
+
 // Runs a program to its end; its output goes to `outputFile` (or is discarded), its errors to ours.
 // Throws when it fails.
 inline Timing run(const QString& program, const QStringList& arguments, const QProcessEnvironment& environment,
@@ -86,9 +93,7 @@ inline Timing run(const QString& program, const QStringList& arguments, const QP
         throw failure(QFileInfo(program).fileName() + " did not finish in time");
     }
     const Timing timing{seconds(timer), childrenCpuSeconds() - cpuBefore};
-    if (process.exitStatus() != QProcess::NormalExit || process.exitCode() != 0)
-        throw failure(QFileInfo(program).fileName() + " " + arguments.join(' ') + " failed with exit code " +
-                      QString::number(process.exitCode()));
+    throwUnlessSucceeded(process, program, arguments);
     return timing;
 }
 
@@ -140,9 +145,7 @@ inline Timing runMarked(const QString& program, const QStringList& arguments, co
     readChunk();
     if (lineCount)
         *lineCount = lines;
-    if (process.exitStatus() != QProcess::NormalExit || process.exitCode() != 0)
-        throw failure(QFileInfo(program).fileName() + " " + arguments.join(' ') + " failed with exit code " +
-                      QString::number(process.exitCode()));
+    throwUnlessSucceeded(process, program, arguments);
     return timing;
 }
 

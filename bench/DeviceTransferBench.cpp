@@ -4,6 +4,7 @@
 //
 //   build/bin/DeviceTransferBench [--size-mb 100] [--runs 3]
 
+#include "BenchSupport.h"
 #include "device/AFCDevice.h"
 #include "device/StreamingHasher.h"
 
@@ -17,24 +18,11 @@
 #include <QRandomGenerator>
 #include <QTemporaryDir>
 
-#include <libimobiledevice/afc.h>
-#include <libimobiledevice/libimobiledevice.h>
-#include <libimobiledevice/lockdown.h>
-
 #include <algorithm>
 #include <csignal>
 #include <cstdio>
-#include <fcntl.h>
-#include <spawn.h>
 #include <stdexcept>
-#include <sys/socket.h>
-#include <sys/un.h>
-#include <sys/wait.h>
-#include <thread>
-#include <unistd.h>
 #include <vector>
-
-extern char** environ;
 
 namespace {
 
@@ -50,67 +38,6 @@ void writeDevice(const QString& folder, const QString& udid, qint64 bytesPerSeco
     QFile media(folder + "/media/VIDEO.MOV");
     if (!media.open(QIODevice::WriteOnly) || media.write(content) != content.size())
         throw std::runtime_error("cannot write the media file");
-}
-
-pid_t startSimulator(const QString& socket, const QStringList& folders)
-{
-    QList<QByteArray> args{OMBRELO_BIN_DIR "/ombrelo-devicesim", "--socket", QFile::encodeName(socket)};
-    for (const QString& folder : folders)
-        args << QFile::encodeName(folder);
-    std::vector<char*> argv;
-    for (QByteArray& arg : args)
-        argv.push_back(arg.data());
-    argv.push_back(nullptr);
-    pid_t pid = -1;
-    if (posix_spawn(&pid, argv[0], nullptr, nullptr, argv.data(), environ) != 0)
-        throw std::runtime_error("cannot start ombrelo-devicesim");
-    const QByteArray path = QFile::encodeName(socket);
-    for (int attempt = 0; attempt < 500; ++attempt) {
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        std::copy(path.begin(), path.end(), address.sun_path);
-        const int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
-        const bool up = ::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
-        ::close(fd);
-        if (up)
-            return pid;
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    throw std::runtime_error("ombrelo-devicesim did not answer");
-}
-
-// The baseline: the library's own read loop, nothing else.
-qint64 plainRead(const QString& udid)
-{
-    const QByteArray id = udid.toUtf8();
-    idevice_t device = nullptr;
-    lockdownd_client_t lockdown = nullptr;
-    lockdownd_service_descriptor_t service = nullptr;
-    afc_client_t afc = nullptr;
-    if (idevice_new_with_options(&device, id.constData(), IDEVICE_LOOKUP_USBMUX) != IDEVICE_E_SUCCESS ||
-        lockdownd_client_new_with_handshake(device, &lockdown, "ombrelo-bench") != LOCKDOWN_E_SUCCESS ||
-        lockdownd_start_service(lockdown, "com.apple.afc", &service) != LOCKDOWN_E_SUCCESS ||
-        afc_client_new(device, service, &afc) != AFC_E_SUCCESS)
-        throw std::runtime_error("cannot open the simulated device");
-    lockdownd_service_descriptor_free(service);
-    lockdownd_client_free(lockdown);
-    uint64_t handle = 0;
-    if (afc_file_open(afc, "/VIDEO.MOV", AFC_FOPEN_RDONLY, &handle) != AFC_E_SUCCESS)
-        throw std::runtime_error("cannot open the file");
-    std::vector<char> buffer(kTransferChunkSize);
-    qint64 total = 0;
-    for (;;) {
-        uint32_t n = 0;
-        if (afc_file_read(afc, handle, buffer.data(), uint32_t(buffer.size()), &n) != AFC_E_SUCCESS)
-            throw std::runtime_error("read failed");
-        if (n == 0)
-            break;
-        total += n;
-    }
-    afc_file_close(afc, handle);
-    afc_client_free(afc);
-    idevice_free(device);
-    return total;
 }
 
 qint64 download(const QString& udid, const QString& destination)
@@ -164,12 +91,10 @@ int main(int argc, char* argv[])
     writeDevice(dir.filePath("fast"), fastUdid, 0, content);
     writeDevice(dir.filePath("usb2"), usbUdid, 40000000, content);
     content.clear();
-    const QString socket = dir.filePath("usbmuxd.sock");
-    const pid_t simulator = startSimulator(socket, {dir.filePath("fast"), dir.filePath("usb2")});
-    qputenv("USBMUXD_SOCKET_ADDRESS", ("UNIX:" + socket).toUtf8());
-
     int status = 0;
     try {
+        const bench::Simulator simulator(dir.filePath("usbmuxd.sock"), {dir.filePath("fast"), dir.filePath("usb2")});
+        simulator.useInThisProcess();
         const QString destination = dir.filePath("pulled.mov");
         std::printf("Device transfer: a %lld MB file through ombrelo-devicesim, %d runs each (MB/s, median / best)\n\n",
                     size / 1000000, runs);
@@ -181,7 +106,7 @@ int main(int argc, char* argv[])
             QString udid;
         } links[] = {{"unthrottled", fastUdid}, {"USB 2 pace (40,000,000 B/s)", usbUdid}};
         for (const auto& link : links) {
-            const Measure plain = measure(runs, size, [&] { return plainRead(link.udid); });
+            const Measure plain = measure(runs, size, [&] { return qint64(bench::plainReadLoop(link.udid, {"/VIDEO.MOV"})); });
             const Measure hashed = measure(runs, size, [&] { return download(link.udid, "/dev/null"); });
             const Measure pulled = measure(runs, size, [&] {
                 const qint64 bytes = download(link.udid, destination);
@@ -197,7 +122,5 @@ int main(int argc, char* argv[])
         std::fprintf(stderr, "DeviceTransferBench: %s\n", error.what());
         status = 1;
     }
-    ::kill(simulator, SIGTERM);
-    ::waitpid(simulator, nullptr, 0);
     return status;
 }

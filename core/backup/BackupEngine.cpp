@@ -21,6 +21,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <sys/stat.h>
 
 namespace {
@@ -57,6 +58,25 @@ QString foldedStem(const QString& name)
 {
     const qsizetype dot = name.lastIndexOf(u'.');
     return (dot <= 0 ? name : name.left(dot)).toCaseFolded();
+}
+
+// The leaves an asset's files go to: one per folder path, and only paths that stay inside the
+// backup folder; `onUnsafe`, when given, hears of each of the others.
+QList<BackupNode> targetsOf(const QList<BackupNode>& leaves,
+                            const std::function<void(const BackupNode&)>& onUnsafe = {})
+{
+    QList<BackupNode> targets;
+    for (const BackupNode& leaf : leaves) {
+        if (!DestinationFolder::isSafeRelativePath(leaf.relativePath)) {
+            if (onUnsafe)
+                onUnsafe(leaf);
+            continue;
+        }
+        if (std::none_of(targets.cbegin(), targets.cend(),
+                         [&](const BackupNode& target) { return target.relativePath == leaf.relativePath; }))
+            targets.append(leaf);
+    }
+    return targets;
 }
 
 // Removes a file of the engine's own (a download or a copy waiting for its name) when the scope
@@ -265,16 +285,8 @@ bool BackupEngine::backUp(const LibraryAsset& asset, const QList<BackupNode>& le
 
     // A folder path that would lead outside the backup folder (it may come from a manifest) is
     // refused here, before anything is read or written for it.
-    QList<BackupNode> targets;
-    for (const BackupNode& leaf : leaves) {
-        if (!DestinationFolder::isSafeRelativePath(leaf.relativePath)) {
-            fail(BackupError::unsafeFolder(leaf.relativePath).description());
-            continue;
-        }
-        if (std::none_of(targets.cbegin(), targets.cend(),
-                         [&](const BackupNode& target) { return target.relativePath == leaf.relativePath; }))
-            targets.append(leaf);
-    }
+    const QList<BackupNode> targets = targetsOf(
+        leaves, [&](const BackupNode& leaf) { fail(BackupError::unsafeFolder(leaf.relativePath).description()); });
     if (targets.isEmpty())
         return false;
 
@@ -429,13 +441,7 @@ void BackupEngine::backUpComponent(const LibraryAsset& asset, const SourceCompon
 void BackupEngine::lookAhead(const LibraryAsset& asset, const QList<BackupNode>& leaves, const QString& tmp)
 {
     Lookahead& ahead = m_ahead[asset.uuid];
-    QList<BackupNode> targets;
-    for (const BackupNode& leaf : leaves) {
-        if (DestinationFolder::isSafeRelativePath(leaf.relativePath) &&
-            std::none_of(targets.cbegin(), targets.cend(),
-                         [&](const BackupNode& target) { return target.relativePath == leaf.relativePath; }))
-            targets.append(leaf);
-    }
+    const QList<BackupNode> targets = targetsOf(leaves);
     if (targets.isEmpty())
         return; // nothing is read for an asset with nowhere to go
 
@@ -622,20 +628,13 @@ std::optional<QStringList> BackupEngine::listing(const QString& directory)
 void BackupEngine::listAhead(const LibraryAsset& asset)
 {
     const auto index = m_folderIndexes.constFind(asset.directory);
-    if (index == m_folderIndexes.cend()) {
+    const bool indexed = index != m_folderIndexes.cend();
+    if (!indexed)
         listSoon(u'/' + asset.directory);
-        // Whether the asset's file is there is not known yet: its edits are listed in case it is.
-        if (asset.hasAdjustments)
-            listSoon(adjustmentsFolder(asset, FileNaming::split(asset.filename).stem));
-        return;
-    }
-    if (!asset.hasAdjustments)
-        return;
-    // Only for an asset that components() will go on to look at: its own folder holds its file.
-    const auto siblings = index->namesByStem.constFind(foldedStem(asset.filename));
-    if (siblings == index->namesByStem.cend() || !siblings->contains(asset.filename))
-        return;
-    listSoon(adjustmentsFolder(asset, FileNaming::split(asset.filename).stem));
+    // components() looks at the edits only when the asset's own folder holds its file; before that
+    // folder is listed, they are listed in case it does.
+    if (asset.hasAdjustments && (!indexed || index->siblingsOf(asset.filename)))
+        listSoon(adjustmentsFolder(asset, FileNaming::split(asset.filename).stem));
 }
 
 void BackupEngine::listSoon(const QString& folder)
@@ -647,6 +646,12 @@ void BackupEngine::listSoon(const QString& folder)
 QString BackupEngine::adjustmentsFolder(const LibraryAsset& asset, const QString& stem)
 {
     return u"/PhotoData/Mutations/" % asset.directory % u'/' % stem % u"/Adjustments";
+}
+
+const QStringList* BackupEngine::FolderIndex::siblingsOf(const QString& fileName) const
+{
+    const auto siblings = namesByStem.constFind(foldedStem(fileName));
+    return siblings != namesByStem.cend() && siblings->contains(fileName) ? &*siblings : nullptr;
 }
 
 const BackupEngine::FolderIndex* BackupEngine::folderIndex(const QString& directory)
@@ -682,11 +687,8 @@ const QHash<QString, QSet<QString>>& BackupEngine::knownFilesByDirectory()
 std::optional<BackupEngine::Components> BackupEngine::components(const LibraryAsset& asset)
 {
     const FolderIndex* index = folderIndex(asset.directory);
-    if (!index)
-        return std::nullopt;
-    // The names whose stem equals the original's without regard to case, in ascending order.
-    const auto siblings = index->namesByStem.constFind(foldedStem(asset.filename));
-    if (siblings == index->namesByStem.cend() || !siblings->contains(asset.filename))
+    const QStringList* siblings = index ? index->siblingsOf(asset.filename) : nullptr;
+    if (!siblings)
         return std::nullopt;
 
     const QString directory = u'/' + asset.directory;

@@ -69,6 +69,9 @@ private:
     // stem, in ascending order.
     struct FolderIndex {
         QHash<QString, QStringList> namesByStem;
+        // The names whose stem equals this file's without regard to case, in ascending order; none
+        // when the folder does not hold the file itself.
+        const QStringList* siblingsOf(const QString& fileName) const;
     };
 
     // What was found out about an asset before its turn, so that its downloads could start early:
