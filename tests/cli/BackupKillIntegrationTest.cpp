@@ -9,7 +9,9 @@
 
 #include <QDir>
 #include <QElapsedTimer>
+#include <QFile>
 #include <QFileInfo>
+#include <QRegularExpression>
 
 #include <gtest/gtest.h>
 
@@ -19,6 +21,19 @@
 #include <random>
 
 namespace {
+
+// What the system says now of the process a "(process N)" in `text` names: a refused run names the
+// lock's owner, which should be gone.
+QString processNamedIn(const QByteArray& text)
+{
+    const QRegularExpressionMatch match = QRegularExpression("process (\\d+)").match(QString::fromUtf8(text));
+    if (!match.hasMatch())
+        return "no process named";
+    QFile status("/proc/" + match.captured(1) + "/status");
+    if (!status.open(QIODevice::ReadOnly))
+        return "process " + match.captured(1) + " no longer exists";
+    return "/proc/" + match.captured(1) + "/status:\n" + QString::fromUtf8(status.readAll()).section('\n', 0, 8);
+}
 
 // Where a run was when it was killed.
 enum class Phase { starting, database, dryRun, copying };
@@ -114,6 +129,7 @@ TEST(BackupKilled, FiftyTimesAtRandomMomentsThenResumedEqualsAnUninterruptedBack
     int copyingAimsLeft = int(std::count(aims.begin(), aims.end(), Phase::copying));
     std::map<Phase, int> kills;
     int killCount = 0;
+    qint64 lastKilled = 0;
     int endedBeforeTheKill = 0;
     for (size_t attempt = 0; killCount < 50 && attempt < 80; ++attempt) {
         const Phase aim = aims[size_t(killCount)];
@@ -147,11 +163,13 @@ TEST(BackupKilled, FiftyTimesAtRandomMomentsThenResumedEqualsAnUninterruptedBack
         if (!run.kill()) {
             // It ended by itself, quicker than its aim.
             const ProgramResult ended = run.finish();
-            ASSERT_EQ(ended.exitCode, 0) << ended.describe().toStdString();
+            ASSERT_EQ(ended.exitCode, 0) << ended.describe().toStdString() << "\nthe run killed before had process id "
+                                         << lastKilled << "; " << processNamedIn(ended.err).toStdString();
             ++endedBeforeTheKill;
             continue;
         }
         ++killCount;
+        lastKilled = run.pid();
         ++kills[phaseOf(run.out(), phone.simulator().log().mid(logStart))];
         copyingAimsLeft -= aim == Phase::copying;
 
