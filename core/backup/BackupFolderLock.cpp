@@ -3,9 +3,12 @@
 #include <QDateTime>
 #include <QDir>
 #include <QFileInfo>
+#include <QSysInfo>
 #include <QThread>
 
 #include <algorithm>
+#include <cerrno>
+#include <csignal>
 
 namespace {
 
@@ -14,33 +17,55 @@ QString busyText(qint64 pid)
     return "Another backup into this folder is running (process " + QString::number(pid) + ").";
 }
 
-// A run writes its details into the lock file the moment it has made it. A lock file still without
-// them a second later was left by a run that died in between, and is taken over; another run that
-// finds it at the same moment waits for this check under a lock of its own.
-bool takeOverUnnamedLock(QLockFile& lock, const QString& path)
+constexpr qint64 kWriteMs = 1000;
+
+// Whether the lock file at `path` was left behind by a run that is gone: one whose process no longer
+// runs on this machine, or one still without its details a second after it was made (a run writes
+// them the moment it has made the file, so that second is waited out). A missing file was left by
+// nobody.
+bool isLeftBehind(const QString& path)
 {
-    constexpr qint64 kWriteMs = 1000;
     for (;;) {
-        qint64 pid = 0;
-        QString host, app;
-        if (lock.getLockInfo(&pid, &host, &app))
-            return false;
         const QFileInfo file(path);
         if (!file.exists())
-            return lock.tryLock(0);
-        const qint64 age = file.lastModified().msecsTo(QDateTime::currentDateTime());
-        if (age < kWriteMs) {
-            QThread::msleep(unsigned(std::max<qint64>(10, kWriteMs - age)));
-            continue;
+            return false;
+        QLockFile reader(path);
+        qint64 pid = 0;
+        QString host, app;
+        if (reader.getLockInfo(&pid, &host, &app)) {
+            const bool here = host.isEmpty() || host == QSysInfo::machineHostName();
+            return here && ::kill(pid_t(pid), 0) != 0 && errno == ESRCH;
         }
-        QLockFile guard(path + ".rmlock");
-        if (!guard.tryLock(0))
-            return false;
-        if (lock.getLockInfo(&pid, &host, &app))
-            return false;
-        lock.removeStaleLockFile();
-        return lock.tryLock(0);
+        const qint64 age = file.lastModified().msecsTo(QDateTime::currentDateTime());
+        if (age >= kWriteMs)
+            return true;
+        QThread::msleep(unsigned(std::max<qint64>(10, kWriteMs - age)));
     }
+}
+
+// Takes over a lock left behind by a run that died. Qt takes over a dead owner's lock by itself, but
+// not an empty lock file, and not while its guard for doing so (the lock file's name + ".rmlock") is
+// in the way: a run killed while it was taking over leaves that guard behind, often empty, and Qt
+// then trusts it for half a minute. Both are cleared here, under the same guard as Qt's.
+bool takeOverLeftLock(QLockFile& lock, const QString& path)
+{
+    const QString guardPath = path + ".rmlock";
+    for (int attempt = 0; attempt < 3; ++attempt) {
+        if (!isLeftBehind(path))
+            return lock.tryLock(0);
+        if (isLeftBehind(guardPath))
+            QFile::remove(guardPath);
+        {
+            QLockFile guard(guardPath);
+            if (!guard.tryLock(0))
+                return false;
+            if (isLeftBehind(path))
+                lock.removeStaleLockFile();
+        }
+        if (lock.tryLock(0))
+            return true;
+    }
+    return false;
 }
 
 } // namespace
@@ -57,7 +82,7 @@ BackupFolderLock::BackupFolderLock(const QString& root)
     if (m_lock->tryLock(0))
         return;
     if (m_lock->error() == QLockFile::LockFailedError) {
-        if (takeOverUnnamedLock(*m_lock, QDir(root).filePath(fileName)))
+        if (takeOverLeftLock(*m_lock, QDir(root).filePath(fileName)))
             return;
         qint64 pid = 0;
         QString host, app;

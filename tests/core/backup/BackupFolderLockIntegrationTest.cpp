@@ -7,6 +7,8 @@
 #include <QDateTime>
 #include <QElapsedTimer>
 #include <QFile>
+#include <QProcess>
+#include <QSysInfo>
 
 #include <gtest/gtest.h>
 
@@ -44,6 +46,30 @@ TEST(BackupFolderLock, OneRunPerFolderAndAnEmptyLockFileIsTakenOverOnceOld)
             EXPECT_GE(clock.elapsed(), 900);
         }
     }
+}
+
+// A run killed while it was taking over a dead run's lock leaves the guard file for doing so behind,
+// often empty: the next run is not refused in the dead run's name because of it.
+TEST(BackupFolderLock, AGuardLeftByARunKilledWhileTakingOverIsNotInTheWay)
+{
+    TempDir root;
+    QProcess gone; // a process that has ended: its id names nobody
+    gone.start("sleep", {"0.1"});
+    ASSERT_TRUE(gone.waitForStarted());
+    const qint64 deadPid = gone.processId();
+    ASSERT_TRUE(gone.waitForFinished());
+    const QString lockFile = root.filePath(BackupFolderLock::fileName);
+    // Written as QLockFile writes it: process id, program, host, machine id, boot id.
+    writeFile(lockFile, QByteArray::number(deadPid) + "\nombrelo-cli\n" +
+                            QSysInfo::machineHostName().toUtf8() + "\n" + QSysInfo::machineUniqueId() + "\n" +
+                            QSysInfo::bootUniqueId() + "\n");
+    writeFile(lockFile + ".rmlock", "");
+
+    QElapsedTimer clock;
+    clock.start();
+    BackupFolderLock takeover(root.path());
+    EXPECT_EQ(readFile(lockFile).split('\n').first(), QByteArray::number(QCoreApplication::applicationPid()));
+    EXPECT_LT(clock.elapsed(), 5000) << "not half a minute later";
 }
 
 // The engine takes the lock itself for a real run, whichever front end runs it: while another run
