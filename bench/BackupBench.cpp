@@ -85,8 +85,7 @@ int main(int argc, char* argv[])
             environment.insert("XDG_CACHE_HOME", cache); // the database is fetched anew, as on a first backup
             const QString log = scratch.filePath("backup.log");
             const bench::Timing backup =
-                bench::run(cli, {"backup", dest, "--all", "--include-hidden", "--yes"},
-                           environment, log);
+                bench::run(cli, {"backup", dest, "--all", "--include-hidden", "--yes"}, environment, log);
             if (r == 1) {
                 files = downloadedFiles(dest);
                 summary = summaryOf(log);
@@ -100,15 +99,14 @@ int main(int argc, char* argv[])
             const int64_t read = bench::plainReadLoop(udid, files.paths);
             const double plain = bench::seconds(timer);
             if (read != files.bytes)
-                throw bench::failure(QString("the plain loop read %1 bytes, the backup recorded %2")
-                                         .arg(read)
-                                         .arg(files.bytes));
+                throw bench::failure(
+                    QString("the plain loop read %1 bytes, the backup recorded %2").arg(read).arg(files.bytes));
             backupTimes.push_back(backup.elapsed);
             backupCpu.push_back(backup.cpu);
             plainTimes.push_back(plain);
             ratios.push_back(backup.elapsed / plain);
-            std::printf("run %d: backup %.2f s (processor %.2f s), plain loop %.2f s, ratio %.3f\n", r,
-                        backup.elapsed, backup.cpu, plain, backup.elapsed / plain);
+            std::printf("run %d: backup %.2f s (processor %.2f s), plain loop %.2f s, ratio %.3f\n", r, backup.elapsed,
+                        backup.cpu, plain, backup.elapsed / plain);
             std::fflush(stdout);
         }
 
@@ -127,8 +125,7 @@ int main(int argc, char* argv[])
         row("ombrelo-cli backup (processor)", backupCpu, " s");
         row("plain 1 MiB read loop", plainTimes, " s");
         row("backup / plain", ratios, "");
-        std::printf("\nRESULT backup/plain %.3f (target at most 1.15): %s\n", ratio,
-                    ratio <= 1.15 ? "met" : "MISSED");
+        std::printf("\nRESULT backup/plain %.3f (target at most 1.15): %s\n", ratio, ratio <= 1.15 ? "met" : "MISSED");
     } catch (const std::exception& error) {
         std::fprintf(stderr, "BackupBench: %s\n", error.what());
         return 1;

@@ -25,8 +25,8 @@
 #include <csignal>
 #include <cstdio>
 #include <memory>
-#include <sys/resource.h>
 #include <stdexcept>
+#include <sys/resource.h>
 #include <thread>
 #include <vector>
 
@@ -165,8 +165,7 @@ inline QString makePhone(const QString& folder, int assets, const QString& files
         QJsonObject faults = device.value("faults").toObject();
         faults.insert("bytesPerSecond", qint64(bytesPerSecond));
         device.insert("faults", faults);
-        if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate) ||
-            file.write(QJsonDocument(device).toJson()) < 0)
+        if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate) || file.write(QJsonDocument(device).toJson()) < 0)
             throw failure("cannot rewrite device.json");
     }
     return device.value("udid").toString();

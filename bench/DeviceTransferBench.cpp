@@ -8,8 +8,8 @@
 #include "device/AFCDevice.h"
 #include "device/StreamingHasher.h"
 
-#include <QCoreApplication>
 #include <QCommandLineParser>
+#include <QCoreApplication>
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
@@ -106,7 +106,8 @@ int main(int argc, char* argv[])
             QString udid;
         } links[] = {{"unthrottled", fastUdid}, {"USB 2 pace (40,000,000 B/s)", usbUdid}};
         for (const auto& link : links) {
-            const Measure plain = measure(runs, size, [&] { return qint64(bench::plainReadLoop(link.udid, {"/VIDEO.MOV"})); });
+            const Measure plain =
+                measure(runs, size, [&] { return qint64(bench::plainReadLoop(link.udid, {"/VIDEO.MOV"})); });
             const Measure hashed = measure(runs, size, [&] { return download(link.udid, "/dev/null"); });
             const Measure pulled = measure(runs, size, [&] {
                 const qint64 bytes = download(link.udid, destination);

@@ -76,8 +76,8 @@ int main(int argc, char* argv[])
         QString database = option("--db", QString());
         if (database.isEmpty())
             database = makeDevice(scratch.filePath("phone"), assets);
-        std::printf("database: %s (%.1f MB, log %.1f MB)\n", qPrintable(database),
-                    QFileInfo(database).size() / 1e6, QFileInfo(database + "-wal").size() / 1e6);
+        std::printf("database: %s (%.1f MB, log %.1f MB)\n", qPrintable(database), QFileInfo(database).size() / 1e6,
+                    QFileInfo(database + "-wal").size() / 1e6);
 
         std::vector<double> checkTimes;
         std::vector<double> loadTimes;
@@ -101,8 +101,8 @@ int main(int argc, char* argv[])
         qsizetype memberships = 0;
         for (const auto& members : library.membership)
             memberships += members.size();
-        std::printf("read %lld assets, %lld albums and folders, %lld memberships\n",
-                    qint64(library.assets.size()), qint64(library.albums.size()), qint64(memberships));
+        std::printf("read %lld assets, %lld albums and folders, %lld memberships\n", qint64(library.assets.size()),
+                    qint64(library.albums.size()), qint64(memberships));
         // On a shared machine the processor time tells the work done; the elapsed time what a user waits.
         std::printf("| step | median of %d runs | best | processor time (median) |\n|---|---|---|---|\n", runs);
         std::printf("| PhotoLibrary::load | %.0f ms | %.0f ms | %.0f ms |\n", median(loadTimes),

@@ -43,15 +43,14 @@ PhotoLibrary syntheticLibrary(int assetCount)
     int64_t pk = 1;
     for (int f = 0; f < folderCount; ++f, ++pk) {
         const std::optional<int64_t> parent = f >= 30 ? std::optional<int64_t>(1 + f - 30) : std::nullopt;
-        library.albums << LibraryAlbum{pk, QStringLiteral("FOLDER-%1").arg(f), QStringLiteral("Trips %1").arg(f),
-                                       true, parent, false};
+        library.albums << LibraryAlbum{
+            pk, QStringLiteral("FOLDER-%1").arg(f), QStringLiteral("Trips %1").arg(f), true, parent, false};
     }
     for (int a = 0; a < albumCount; ++a, ++pk) {
-        const std::optional<int64_t> parent =
-            a % 10 == 0 ? std::nullopt : std::optional<int64_t>(1 + a % folderCount);
+        const std::optional<int64_t> parent = a % 10 == 0 ? std::nullopt : std::optional<int64_t>(1 + a % folderCount);
         // Titles repeat so that numbering of clashing paths is exercised.
-        library.albums << LibraryAlbum{pk, QStringLiteral("ALBUM-%1").arg(a), QStringLiteral("Album %1").arg(a % 150),
-                                       false, parent, a % 97 == 5};
+        library.albums << LibraryAlbum{
+            pk, QStringLiteral("ALBUM-%1").arg(a), QStringLiteral("Album %1").arg(a % 150), false, parent, a % 97 == 5};
     }
 
     // Two in five assets belong to one album, one in ten to a second as well.
@@ -96,8 +95,8 @@ int main(int argc, char** argv)
     std::sort(times.begin(), times.end());
     std::printf("Plan of %d assets, %d albums and folders (%d leaves, %d placements): "
                 "median %.1f ms, best %.1f ms, worst %.1f ms over %d builds\n",
-                assetCount, int(library.albums.size()), leaves, placed, times[runs / 2], times.front(),
-                times.back(), runs);
+                assetCount, int(library.albums.size()), leaves, placed, times[runs / 2], times.front(), times.back(),
+                runs);
     std::printf("RESULT plan %.0f ms (target under 1000 ms): %s\n", times[runs / 2],
                 times[runs / 2] < 1000 ? "met" : "MISSED");
     return 0;

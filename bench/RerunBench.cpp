@@ -52,10 +52,12 @@ std::unique_ptr<bench::Simulator> prepare(const QString& folder, int assets, QSt
     environment.insert("XDG_CACHE_HOME", folder + "/cache");
     std::printf("first backup of the phone...\n");
     std::fflush(stdout);
-    const bench::Timing first = bench::run(bench::tool("ombrelo-cli"),
-                                           {"backup", folder + "/dest", "--all", "--include-hidden", "--yes"},
-                                           environment, folder + "/first.log", 6 * 3600);
-    firstRun = QString("first backup: %1 s; %2").arg(first.elapsed, 0, 'f', 1).arg(lineOf(folder + "/first.log", "Files copied:"));
+    const bench::Timing first =
+        bench::run(bench::tool("ombrelo-cli"), {"backup", folder + "/dest", "--all", "--include-hidden", "--yes"},
+                   environment, folder + "/first.log", 6 * 3600);
+    firstRun = QString("first backup: %1 s; %2")
+                   .arg(first.elapsed, 0, 'f', 1)
+                   .arg(lineOf(folder + "/first.log", "Files copied:"));
     QFile file(ready);
     if (!file.open(QIODevice::WriteOnly) || file.write(firstRun.toUtf8() + "\n") < 0)
         throw bench::failure("cannot write " + ready);
@@ -91,9 +93,9 @@ int main(int argc, char* argv[])
         for (int r = 1; r <= runs; ++r) {
             const QString log = folder + "/rerun.log";
             std::vector<double> marks;
-            const bench::Timing timing = bench::runMarked(
-                cli, {"backup", folder + "/dest", "--all", "--include-hidden", "--yes"},
-                environment, log, kMarks, marks, &lines);
+            const bench::Timing timing =
+                bench::runMarked(cli, {"backup", folder + "/dest", "--all", "--include-hidden", "--yes"}, environment,
+                                 log, kMarks, marks, &lines);
             const QString copiedLine = lineOf(log, "Files copied:");
             if (!copiedLine.startsWith("Files copied: 0 "))
                 throw bench::failure("the phone was not fully backed up: " + copiedLine);

@@ -63,7 +63,6 @@ std::unique_ptr<Manifest> openManifest(const QString& root)
     }
 }
 
-
 class BackupRun {
 public:
     BackupRun(const Options& options, CommandContext& context)
@@ -235,25 +234,22 @@ int BackupRun::execute()
 
 } // namespace
 
-QString BackupCommand::summary() const
-{
-    return QStringLiteral("Back up the connected iPhone or iPad into a folder.");
-}
+QString BackupCommand::summary() const { return QStringLiteral("Back up the connected iPhone or iPad into a folder."); }
 
 void BackupCommand::configure(QCommandLineParser& parser) const
 {
     parser.setApplicationDescription(
-        summary() +
-        "\nFirst makes a dry run and prints what it will do; on a terminal it then asks before copying.\n"
-        "Nothing on the device is changed and nothing in the folder is overwritten or deleted. An\n"
-        "interrupted backup carries on where it stopped the next time. Ctrl-C or SIGTERM stops after the\n"
-        "current item (exit code 130); a second Ctrl-C stops at once. One backup at a time runs into a\n"
-        "folder: another one started meanwhile ends at once.\n"
-        "Exit codes: 0 done, 1 done with errors, 2 bad arguments, 3 could not run, 130 cancelled.");
+        summary() + "\nFirst makes a dry run and prints what it will do; on a terminal it then asks before copying.\n"
+                    "Nothing on the device is changed and nothing in the folder is overwritten or deleted. An\n"
+                    "interrupted backup carries on where it stopped the next time. Ctrl-C or SIGTERM stops after the\n"
+                    "current item (exit code 130); a second Ctrl-C stops at once. One backup at a time runs into a\n"
+                    "folder: another one started meanwhile ends at once.\n"
+                    "Exit codes: 0 done, 1 done with errors, 2 bad arguments, 3 could not run, 130 cancelled.");
     parser.addPositionalArgument("DEST", "The backup folder (it must exist).");
     parser.addOption({"udid", "Back up the device with this UDID (default: the first one).", "U"});
     parser.addOption({"all", "Back up every folder (Hidden only with --include-hidden)."});
-    parser.addOption({"folder", "Back up the folder whose id or path is X (repeatable; see \"ombrelo-cli tree\").", "X"});
+    parser.addOption(
+        {"folder", "Back up the folder whose id or path is X (repeatable; see \"ombrelo-cli tree\").", "X"});
     parser.addOption({"include-hidden", "With --all, back up the Hidden folder too."});
     parser.addOption({"dry-run", "Only show what would be copied."});
     parser.addOption({"yes", "Do not ask before copying."});

@@ -27,8 +27,7 @@ DeviceLibrary DeviceLibrary::open(const std::optional<QString>& udid, QTextStrea
     });
 }
 
-bool DeviceLibrary::waitForDevice(const std::optional<QString>& udid, const Say& say,
-                                  const std::function<bool()>& stop)
+bool DeviceLibrary::waitForDevice(const std::optional<QString>& udid, const Say& say, const std::function<bool()>& stop)
 {
     QString lastReason;
     for (;;) {

@@ -17,8 +17,7 @@ void onSignal(int)
         (void)!write(STDERR_FILENO, message, sizeof message - 1);
         _exit(InterruptHandler::exitCode);
     }
-    static const char message[] =
-        "\nStopping after the current item (press Ctrl-C again to stop at once)...\n";
+    static const char message[] = "\nStopping after the current item (press Ctrl-C again to stop at once)...\n";
     (void)!write(STDERR_FILENO, message, sizeof message - 1);
 }
 

@@ -106,10 +106,7 @@ void printCounts(const PhotoLibrary& library, QTextStream& out)
 
 } // namespace
 
-QString LibraryCommand::summary() const
-{
-    return QStringLiteral("Read a Photos database and show what it holds");
-}
+QString LibraryCommand::summary() const { return QStringLiteral("Read a Photos database and show what it holds"); }
 
 void LibraryCommand::configure(QCommandLineParser& parser) const
 {
@@ -168,8 +165,7 @@ int LibraryCommand::run(const QCommandLineParser& parser, CommandContext& contex
         if (parser.isSet("db"))
             library = readFile(parser.value("db"));
         else
-            library = readDevice(parser.isSet("udid") ? std::optional(parser.value("udid")) : std::nullopt,
-                                 context);
+            library = readDevice(parser.isSet("udid") ? std::optional(parser.value("udid")) : std::nullopt, context);
     } catch (const PhotoLibraryError& error) {
         context.err << error.description() << "\n";
         return ExitCode::failed;

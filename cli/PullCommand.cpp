@@ -86,7 +86,8 @@ int PullCommand::run(const QCommandLineParser& parser, CommandContext& context)
         }
         context.out << result.sha256 << "  " << arguments[1] << "\n" << result.size << " bytes";
         if (result.size >= 1000)
-            context.out << " (" << QLocale().formattedDataSize(qint64(result.size), 1, QLocale::DataSizeSIFormat) << ")";
+            context.out << " (" << QLocale().formattedDataSize(qint64(result.size), 1, QLocale::DataSizeSIFormat)
+                        << ")";
         context.out << "\n";
         return ExitCode::ok;
     });

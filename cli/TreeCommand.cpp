@@ -59,7 +59,6 @@ void printNode(QTextStream& out, const BackupNode& node, int depth, const std::o
             printNode(out, child, depth + 1, backedUp);
 }
 
-
 } // namespace
 
 QString TreeCommand::summary() const
@@ -108,7 +107,8 @@ int TreeCommand::run(const QCommandLineParser& parser, CommandContext& context)
         if (parser.isSet("dest")) {
             const QString dest = parser.value("dest");
             if (!QFileInfo(dest).isDir()) {
-                context.err << QString::fromUtf8("The backup folder \u201c%1\u201d doesn't exist. Is the drive connected?\n")
+                context.err << QString::fromUtf8(
+                                   "The backup folder \u201c%1\u201d doesn't exist. Is the drive connected?\n")
                                    .arg(dest);
                 return ExitCode::failed;
             }

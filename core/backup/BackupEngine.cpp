@@ -126,14 +126,12 @@ constexpr int kReadyDownloads = 4;
 constexpr int64_t kListingLookahead = 32;
 
 const QString kFileRowInsert = QStringLiteral("INSERT OR IGNORE INTO files VALUES(?,?,?,?,?,?,?,?,?,?)");
-const QString kFileRowSelect =
-    QStringLiteral("SELECT 1 FROM files WHERE asset_uuid=? AND dest=? AND component=?");
+const QString kFileRowSelect = QStringLiteral("SELECT 1 FROM files WHERE asset_uuid=? AND dest=? AND component=?");
 const QString kFileRowKeys = QStringLiteral("SELECT asset_uuid, dest, component FROM files ORDER BY asset_uuid");
 
 } // namespace
 
-BackupEngine::BackupEngine(MediaSource& source, const BackupPlan& plan, const QString& root,
-                           Manifest& manifest)
+BackupEngine::BackupEngine(MediaSource& source, const BackupPlan& plan, const QString& root, Manifest& manifest)
     : m_source(source), m_plan(plan), m_root(root), m_manifest(manifest)
 {
 }
@@ -151,7 +149,7 @@ BackupSummary BackupEngine::run(const BackupOptions& options, const std::functio
     // The work list: each asset once, with every leaf it goes to, in order of first appearance.
     QStringList ids(options.nodeIDs.cbegin(), options.nodeIDs.cend());
     ids.sort();
-    QList<BackupNode> leaves;                      // every leaf of the run, once
+    QList<BackupNode> leaves; // every leaf of the run, once
     // The assets in order; none for a UUID the plan does not know, which still counts in the total.
     std::vector<const LibraryAsset*> order;
     QHash<const LibraryAsset*, qsizetype> position; // an asset's place in `order`
@@ -193,8 +191,7 @@ BackupSummary BackupEngine::run(const BackupOptions& options, const std::functio
     position.clear();
     unknownPosition.clear();
     // Grouped by asset, each asset's leaves in the order they were met.
-    std::stable_sort(placed.begin(), placed.end(),
-                     [](const auto& a, const auto& b) { return a.first < b.first; });
+    std::stable_sort(placed.begin(), placed.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
     std::vector<size_t> firstPlaced(size_t(order.size()) + 1, placed.size());
     for (size_t k = placed.size(); k-- > 0;)
         firstPlaced[size_t(placed[k].first)] = k;
@@ -273,8 +270,8 @@ BackupSummary BackupEngine::run(const BackupOptions& options, const std::functio
     return summary;
 }
 
-bool BackupEngine::backUp(const LibraryAsset& asset, const QList<BackupNode>& leaves, const QString& tmp,
-                          bool dryRun, BackupSummary& summary, const EventHandler& onEvent)
+bool BackupEngine::backUp(const LibraryAsset& asset, const QList<BackupNode>& leaves, const QString& tmp, bool dryRun,
+                          BackupSummary& summary, const EventHandler& onEvent)
 {
     const QString& name = asset.displayName();
     const auto log = [&](const QString& line) { onEvent(BackupEvent::makeLog(line)); };
@@ -324,8 +321,8 @@ bool BackupEngine::backUp(const LibraryAsset& asset, const QList<BackupNode>& le
 }
 
 void BackupEngine::backUpComponent(const LibraryAsset& asset, const SourceComponent& part,
-                                   const QList<BackupNode>& pending, const QString& tmp,
-                                   BackupSummary& summary, const EventHandler& onEvent)
+                                   const QList<BackupNode>& pending, const QString& tmp, BackupSummary& summary,
+                                   const EventHandler& onEvent)
 {
     const QString name = asset.displayName();
     const auto log = [&](const QString& line) { onEvent(BackupEvent::makeLog(line)); };
@@ -372,8 +369,7 @@ void BackupEngine::backUpComponent(const LibraryAsset& asset, const SourceCompon
         std::optional<Manifest::Status> status;
         for (int attempts = 1; !status; ++attempts) {
             if (attempts > kMaxNameAttempts)
-                throw BackupError::write(folder + '/' + firstName,
-                                         "too many files of that name are in the way");
+                throw BackupError::write(folder + '/' + firstName, "too many files of that name are in the way");
             if (!DestinationFolder::isSafeFileName(fileName))
                 throw BackupError::unsafeName(fileName);
             const QString target = folder + '/' + fileName;
@@ -578,22 +574,19 @@ bool BackupEngine::isRecorded(const QString& asset, const QString& dest, Compone
         return false;
     }
     bool found = false;
-    m_manifest.db().query(kFileRowSelect, {asset, dest, rawValue(component)},
-                          [&](const SQLRow&) { found = true; });
+    m_manifest.db().query(kFileRowSelect, {asset, dest, rawValue(component)}, [&](const SQLRow&) { found = true; });
     return found;
 }
 
 void BackupEngine::insertRow(const LibraryAsset& asset, const QString& dest, const SourceComponent& part,
-                             const QString& relativePath, const DownloadResult& content,
-                             Manifest::Status status)
+                             const QString& relativePath, const DownloadResult& content, Manifest::Status status)
 {
     const auto date = asset.captureDate();
     m_manifest.db().execute(kFileRowInsert,
                             {asset.uuid, dest, rawValue(part.component), relativePath, content.sha256,
                              SQLValue::integer(int64_t(content.size)),
-                             date ? SQLValue::text(m_manifest.formatDate(*date)) : SQLValue::null(),
-                             part.sourcePath, Manifest::rawValue(status),
-                             m_manifest.formatDate(QDateTime::currentDateTimeUtc())});
+                             date ? SQLValue::text(m_manifest.formatDate(*date)) : SQLValue::null(), part.sourcePath,
+                             Manifest::rawValue(status), m_manifest.formatDate(QDateTime::currentDateTimeUtc())});
     if (m_recorded)
         recordIn((*m_recorded)[asset.uuid], dest, 1u << int(part.component));
 }
@@ -609,8 +602,7 @@ std::optional<QStringList> BackupEngine::listing(const QString& directory)
             names = m_source.listDirectory(directory);
         } else {
             const auto pending = m_pendingListings.find(directory);
-            const SourceQueue::Ticket ticket =
-                pending != m_pendingListings.end() ? *pending : m_queue->list(directory);
+            const SourceQueue::Ticket ticket = pending != m_pendingListings.end() ? *pending : m_queue->list(directory);
             if (pending != m_pendingListings.end())
                 m_pendingListings.erase(pending);
             names = m_queue->takeListing(ticket);

@@ -2,8 +2,8 @@
 
 #include "BackupRecords.h"
 #include "DestinationFolder.h"
-#include "SourceQueue.h"
 #include "Manifest.h"
+#include "SourceQueue.h"
 #include "device/DownloadResult.h"
 #include "library/LibraryAsset.h"
 #include "plan/BackupNode.h"
@@ -85,7 +85,7 @@ private:
         bool hasComponents = false;
         std::optional<Components> components;
         std::exception_ptr componentsFailure;
-        QHash<QString, Download> downloads;   // by source path
+        QHash<QString, Download> downloads; // by source path
     };
 
     void lookAhead(const LibraryAsset& asset, const QList<BackupNode>& leaves, const QString& tmp);
@@ -102,9 +102,8 @@ private:
     const QHash<QString, QSet<QString>>& knownFilesByDirectory();
     bool backUp(const LibraryAsset& asset, const QList<BackupNode>& leaves, const QString& tmp, bool dryRun,
                 BackupSummary& summary, const EventHandler& onEvent);
-    void backUpComponent(const LibraryAsset& asset, const SourceComponent& part,
-                         const QList<BackupNode>& pending, const QString& tmp, BackupSummary& summary,
-                         const EventHandler& onEvent);
+    void backUpComponent(const LibraryAsset& asset, const SourceComponent& part, const QList<BackupNode>& pending,
+                         const QString& tmp, BackupSummary& summary, const EventHandler& onEvent);
     // Which components of an asset the manifest records in one folder: one bit per Component.
     struct RecordedFolder {
         QString dest;
@@ -127,9 +126,9 @@ private:
     QHash<QString, FolderIndex> m_folderIndexes;
     QHash<QString, QSet<QString>> m_destStems;
     std::optional<QHash<QString, QSet<QString>>> m_knownFilesByDirectory;
-    std::unique_ptr<SourceQueue> m_queue;          // during a run
+    std::unique_ptr<SourceQueue> m_queue;                  // during a run
     QHash<QString, SourceQueue::Ticket> m_pendingListings; // listings asked for ahead, by folder
-    QHash<QString, Lookahead> m_ahead;    // by asset UUID
+    QHash<QString, Lookahead> m_ahead;                     // by asset UUID
     // The files the manifest records in the run's folders, by asset UUID, read at the start and
     // kept up to date with the rows the run writes. Absent when it could not be read.
     std::optional<QHash<QString, RecordedFolders>> m_recorded;

@@ -11,8 +11,7 @@ QString describe(BackupError::Kind kind, const QString& path, const QString& rea
         return "The destination folder “" + path +
                "” does not lie inside the backup folder, so nothing was written to it.";
     case BackupError::Kind::unsafeName:
-        return "The file name “" + path +
-               "” cannot be used inside the backup folder, so the file was not written.";
+        return "The file name “" + path + "” cannot be used inside the backup folder, so the file was not written.";
     case BackupError::Kind::folder:
         return "The folder “" + path + "” could not be created (" + reason + ").";
     case BackupError::Kind::write:
@@ -23,8 +22,7 @@ QString describe(BackupError::Kind kind, const QString& path, const QString& rea
 } // namespace
 
 BackupError::BackupError(Kind kind, const QString& path, const QString& reason)
-    : std::runtime_error(describe(kind, path, reason).toStdString()), m_kind(kind), m_path(path),
-      m_reason(reason)
+    : std::runtime_error(describe(kind, path, reason).toStdString()), m_kind(kind), m_path(path), m_reason(reason)
 {
 }
 

@@ -15,20 +15,11 @@ public:
         return {Kind::temporaryFolder, path, reason};
     }
     // A destination folder path that would lead outside the backup folder or into its own files.
-    static BackupError unsafeFolder(const QString& relativePath)
-    {
-        return {Kind::unsafeFolder, relativePath, {}};
-    }
+    static BackupError unsafeFolder(const QString& relativePath) { return {Kind::unsafeFolder, relativePath, {}}; }
     // A file name that is not one plain name inside its folder.
     static BackupError unsafeName(const QString& name) { return {Kind::unsafeName, name, {}}; }
-    static BackupError folder(const QString& path, const QString& reason)
-    {
-        return {Kind::folder, path, reason};
-    }
-    static BackupError write(const QString& path, const QString& reason)
-    {
-        return {Kind::write, path, reason};
-    }
+    static BackupError folder(const QString& path, const QString& reason) { return {Kind::folder, path, reason}; }
+    static BackupError write(const QString& path, const QString& reason) { return {Kind::write, path, reason}; }
 
     Kind kind() const { return m_kind; }
     const QString& path() const { return m_path; }

@@ -20,8 +20,8 @@ private:
 
 // One real run per backup folder at a time, across processes. The lock file ".ombrelo-lock" sits in
 // the folder while a run copies and is removed when the lock goes; a lock left by a process that
-// died is taken over, even one that died before it had written its process id into the file. Without it, a second run's clean-up of the temporary folder would delete the
-// first run's downloads.
+// died is taken over, even one that died before it had written its process id into the file. Without it, a second run's
+// clean-up of the temporary folder would delete the first run's downloads.
 class BackupFolderLock {
 public:
     static inline const QString fileName = QStringLiteral(".ombrelo-lock");

@@ -10,8 +10,8 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <memory>
 #include <fcntl.h>
+#include <memory>
 #include <sys/sendfile.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -23,7 +23,8 @@ QString systemMessage(int error) { return QString::fromLocal8Bit(std::strerror(e
 QByteArray native(const QString& path) { return QFile::encodeName(path); }
 
 // Calls a system function again when a signal interrupted it.
-template <typename F> int retrying(F call)
+template <typename F>
+int retrying(F call)
 {
     int result;
     do
@@ -160,8 +161,8 @@ void DestinationFolder::copyFile(const QString& from, const QString& to)
     const Descriptor in{retrying([&] { return ::open(native(from).constData(), O_RDONLY | O_CLOEXEC); })};
     if (in.fd < 0)
         throw BackupError::write(to, systemMessage(errno));
-    Descriptor out{retrying(
-        [&] { return ::open(native(to).constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666); })};
+    Descriptor out{
+        retrying([&] { return ::open(native(to).constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666); })};
     if (out.fd < 0)
         throw BackupError::write(to, systemMessage(errno));
     // The kernel copies between the files itself; the buffer is the way where it cannot.
@@ -199,8 +200,7 @@ void DestinationFolder::syncFile(const QString& path)
 
 void DestinationFolder::syncFolder(const QString& path)
 {
-    const int fd =
-        retrying([&] { return ::open(native(path).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); });
+    const int fd = retrying([&] { return ::open(native(path).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); });
     if (fd < 0)
         return;
     ::fsync(fd);

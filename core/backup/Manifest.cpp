@@ -142,7 +142,4 @@ int Manifest::fileCount()
     return count;
 }
 
-QString Manifest::formatDate(const QDateTime& date) const
-{
-    return date.toUTC().toString(Qt::ISODate);
-}
+QString Manifest::formatDate(const QDateTime& date) const { return date.toUTC().toString(Qt::ISODate); }

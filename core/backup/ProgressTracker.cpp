@@ -74,8 +74,8 @@ QString ProgressTracker::formatDuration(int64_t seconds)
 
 QString ProgressTracker::statusLine() const
 {
-    QString line = QString::number(m_latest.assetsDone) + " of " + QString::number(m_latest.assetsTotal) +
-                   " items · " + formatByteCount(m_latest.bytesCopied) + " copied";
+    QString line = QString::number(m_latest.assetsDone) + " of " + QString::number(m_latest.assetsTotal) + " items · " +
+                   formatByteCount(m_latest.bytesCopied) + " copied";
     const double rate = bytesPerSecond();
     if (rate > 0)
         line += " · " + formatByteCount(uint64_t(rate)) + "/s";

@@ -24,10 +24,9 @@ std::vector<Row> readRows(const QString& root)
 {
     const QString path = QDir(root).filePath(Manifest::fileName);
     if (!QFileInfo::exists(path))
-        throw std::runtime_error(
-            QString::fromUtf8("There is no Ombrelo backup in \u201c%1\u201d: it has no %2 file.")
-                .arg(QDir::toNativeSeparators(root), Manifest::fileName)
-                .toStdString());
+        throw std::runtime_error(QString::fromUtf8("There is no Ombrelo backup in \u201c%1\u201d: it has no %2 file.")
+                                     .arg(QDir::toNativeSeparators(root), Manifest::fileName)
+                                     .toStdString());
     // A run killed in the middle of recording a file leaves the manifest's rollback journal
     // behind, and SQLite must roll it back before the manifest can be read. That is a write, so it
     // happens on a private copy: the backup folder itself is only ever read.
@@ -44,8 +43,8 @@ std::vector<Row> readRows(const QString& root)
     SQLiteDB db(readable, readable == path, false);
     std::vector<Row> rows;
     db.query("SELECT rel_path, sha256, size, status FROM files ORDER BY rel_path", {}, [&](const SQLRow& row) {
-        rows.push_back({row.text(0).value_or(QString()), row.text(1).value_or(QString()),
-                        row.integer(2).value_or(0), row.text(3).value_or(QString())});
+        rows.push_back({row.text(0).value_or(QString()), row.text(1).value_or(QString()), row.integer(2).value_or(0),
+                        row.text(3).value_or(QString())});
     });
     return rows;
 }

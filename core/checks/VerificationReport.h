@@ -7,8 +7,8 @@
 
 // What checking a backup folder against its manifest found.
 struct VerificationReport {
-    int files = 0;       // manifest rows checked
-    uint64_t bytes = 0;  // bytes read to check them
+    int files = 0;      // manifest rows checked
+    uint64_t bytes = 0; // bytes read to check them
     int intact = 0;
     QStringList missing; // paths relative to the backup folder
     QStringList changed; // "path: what differs"

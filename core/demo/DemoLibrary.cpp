@@ -85,7 +85,7 @@ PhotoLibrary DemoLibrary::make()
     generator.addGroup({96, QDate(2025, 5, 5), false, 5});
 
     if (manyAlbums()) {
-        static const QStringList titles{"Birthdays", "Beach", "Christmas 2025", "Concerts", "Food", "Garden",
+        static const QStringList titles{"Birthdays", "Beach", "Christmas 2025", "Concerts", "Food",  "Garden",
                                         "Hiking",    "Kids",  "Museums",        "New York", "Paris", "Recipes",
                                         "Road Trip", "Snow",  "Sunsets",        "Wedding"};
         for (int k = 0; k < titles.size(); ++k) {

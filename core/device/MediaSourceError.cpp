@@ -10,8 +10,7 @@ QString describe(MediaSourceError::Kind kind, const QString& path, const QString
 } // namespace
 
 MediaSourceError::MediaSourceError(Kind kind, const QString& path, const QString& message)
-    : std::runtime_error(describe(kind, path, message).toStdString()), m_kind(kind), m_path(path),
-      m_message(message)
+    : std::runtime_error(describe(kind, path, message).toStdString()), m_kind(kind), m_path(path), m_message(message)
 {
 }
 

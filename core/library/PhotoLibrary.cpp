@@ -89,16 +89,14 @@ PhotoLibrary PhotoLibrary::load(const QString& databasePath)
         originalName = "x.ZORIGINALFILENAME";
         join = "LEFT JOIN ZADDITIONALASSETATTRIBUTES x ON x.ZASSET = a.Z_PK";
     } else {
-        library.schemaNotes
-            << "Original file names unavailable (ZADDITIONALASSETATTRIBUTES.ZORIGINALFILENAME missing)";
+        library.schemaNotes << "Original file names unavailable (ZADDITIONALASSETATTRIBUTES.ZORIGINALFILENAME missing)";
     }
 
-    const QString assetQuery = "SELECT a.Z_PK, a.ZUUID, a.ZDIRECTORY, a.ZFILENAME, " + originalName +
-                               ", a.ZDATECREATED,\n       " + optional("ZKIND", "0") + ", " +
-                               optional("ZKINDSUBTYPE", "0") + ", " + optional("ZHIDDEN", "0") + ", " +
-                               optional("ZTRASHEDSTATE", "0") + ",\n       " +
-                               optional("ZSAVEDASSETTYPE", "NULL") + ", " + optional("ZBUNDLESCOPE", "NULL") +
-                               ", " + edited + "\nFROM " + assetTable + " a " + join;
+    const QString assetQuery =
+        "SELECT a.Z_PK, a.ZUUID, a.ZDIRECTORY, a.ZFILENAME, " + originalName + ", a.ZDATECREATED,\n       " +
+        optional("ZKIND", "0") + ", " + optional("ZKINDSUBTYPE", "0") + ", " + optional("ZHIDDEN", "0") + ", " +
+        optional("ZTRASHEDSTATE", "0") + ",\n       " + optional("ZSAVEDASSETTYPE", "NULL") + ", " +
+        optional("ZBUNDLESCOPE", "NULL") + ", " + edited + "\nFROM " + assetTable + " a " + join;
     db.query(assetQuery, {}, [&](const SQLRow& row) {
         const auto pk = row.integer(0);
         auto uuid = row.text(1);
@@ -129,8 +127,8 @@ PhotoLibrary PhotoLibrary::load(const QString& databasePath)
     const QString parent = albumColumns.contains("ZPARENTFOLDER") ? "ZPARENTFOLDER" : "NULL";
     const QString albumTrashed = albumColumns.contains("ZTRASHEDSTATE") ? "ZTRASHEDSTATE" : "0";
     const QString albumQuery = "SELECT Z_PK, ZUUID, ZTITLE, ZKIND, " + parent + ", " + albumTrashed +
-                               " FROM ZGENERICALBUM\nWHERE ZKIND IN (" + QString::number(kRegularAlbumKind) +
-                               ", " + QString::number(kAlbumFolderKind) + ") ORDER BY Z_PK";
+                               " FROM ZGENERICALBUM\nWHERE ZKIND IN (" + QString::number(kRegularAlbumKind) + ", " +
+                               QString::number(kAlbumFolderKind) + ") ORDER BY Z_PK";
     QSet<int64_t> albumKeys;
     db.query(albumQuery, {}, [&](const SQLRow& row) {
         const auto pk = row.integer(0);

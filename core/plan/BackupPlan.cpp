@@ -233,11 +233,19 @@ private:
     void fillCameraRollAndHidden()
     {
         BackupNode& cameraRoll = m_plan.cameraRoll;
-        cameraRoll = {BackupPlan::cameraRollID, QStringLiteral("Camera Roll"), BackupNode::Kind::cameraRoll,
-                      BackupPlan::cameraRollPath, std::nullopt, {}};
+        cameraRoll = {BackupPlan::cameraRollID,
+                      QStringLiteral("Camera Roll"),
+                      BackupNode::Kind::cameraRoll,
+                      BackupPlan::cameraRollPath,
+                      std::nullopt,
+                      {}};
         BackupNode& hidden = m_plan.hidden;
-        hidden = {BackupPlan::hiddenID, QStringLiteral("Hidden"), BackupNode::Kind::hidden,
-                  BackupPlan::hiddenPath, std::nullopt, {}};
+        hidden = {BackupPlan::hiddenID,
+                  QStringLiteral("Hidden"),
+                  BackupNode::Kind::hidden,
+                  BackupPlan::hiddenPath,
+                  std::nullopt,
+                  {}};
         for (int index : m_ordered) {
             const LibraryAsset& current = asset(index);
             if (current.isHidden)

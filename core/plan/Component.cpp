@@ -23,9 +23,9 @@ QString rawValue(Component component)
 
 const QList<Component>& allComponents()
 {
-    static const QList<Component> all{Component::original,        Component::liveVideo,   Component::aae,
-                                      Component::edited,          Component::editedLiveVideo,
-                                      Component::editedStill,     Component::adjustments};
+    static const QList<Component> all{Component::original,   Component::liveVideo,       Component::aae,
+                                      Component::edited,     Component::editedLiveVideo, Component::editedStill,
+                                      Component::adjustments};
     return all;
 }
 

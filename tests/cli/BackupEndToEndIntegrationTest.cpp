@@ -36,10 +36,10 @@ using File = PhoneAnswerKey::File;
 
 // What `ombrelo-cli tree --json --dest` shows of the backup tree.
 struct Tree {
-    QHash<QString, QString> albumPaths;          // album uuid → destination folder
+    QHash<QString, QString> albumPaths;           // album uuid → destination folder
     QHash<QString, QSet<QString>> foldersOfAsset; // asset uuid → the folders of the leaves holding it
-    QHash<QString, int> backedUp;                // destination folder of a leaf → its "backedUp" count
-    QMap<QString, int> skipped;                  // reason → count
+    QHash<QString, int> backedUp;                 // destination folder of a leaf → its "backedUp" count
+    QMap<QString, int> skipped;                   // reason → count
 };
 
 void collectLeaves(const QJsonObject& node, Tree& tree)
@@ -77,7 +77,9 @@ Tree readTree(const PhoneBackup& phone, const QString& dest)
 // same calls cheap. Elsewhere the usual temporary folder serves.
 class BackupDir {
 public:
-    BackupDir() : m_dir(QFileInfo("/dev/shm").isWritable() ? "/dev/shm/ombrelo-e2e-XXXXXX" : QDir::tempPath() + "/ombrelo-e2e-XXXXXX")
+    BackupDir()
+        : m_dir(QFileInfo("/dev/shm").isWritable() ? "/dev/shm/ombrelo-e2e-XXXXXX"
+                                                   : QDir::tempPath() + "/ombrelo-e2e-XXXXXX")
     {
         if (!m_dir.isValid())
             throw std::runtime_error("cannot create a folder for a backup");
@@ -130,8 +132,8 @@ struct ExpectedBackup {
         const File* file;
     };
     QMap<QString, QList<Entry>> byFolder; // destination folder → the files that go there
-    int filesToCopy = 0;                   // components, once however many folders
-    QStringList notOnDevice;               // display names
+    int filesToCopy = 0;                  // components, once however many folders
+    QStringList notOnDevice;              // display names
     QMap<QString, int> skipped;
 
     int rows() const
@@ -234,8 +236,8 @@ void expectFolderHoldsBackup(const QString& dest, const ExpectedBackup& expected
                 if (file->sha256 == group.key())
                     names << file.key();
             const ExpectedBackup::Entry& first = group.value().first();
-            const QString what = first.file->component + " of " + first.asset->displayName() + " (" +
-                                 first.file->path + ")";
+            const QString what =
+                first.file->component + " of " + first.asset->displayName() + " (" + first.file->path + ")";
             if (names.size() != 1) {
                 ADD_FAILURE() << what << " should be there once, is in: " << names.join(", ");
                 continue;
@@ -332,8 +334,7 @@ TEST_P(BackupEndToEnd, EveryItemInEachOfItsFoldersThenNothingTwice)
     EXPECT_EQ(first.lines("ERROR ").join("\n"), "");
     EXPECT_TRUE(first.out.contains("\n  Would copy: " + QByteArray::number(expected.filesToCopy) + " files"))
         << first.out.toStdString();
-    QStringList summary{"Files copied: " + QString::number(expected.distinctFiles()) + " (",
-                        "Already backed up: 0"};
+    QStringList summary{"Files copied: " + QString::number(expected.distinctFiles()) + " (", "Already backed up: 0"};
     if (expected.rows() > expected.distinctFiles())
         summary << "Identical to a file already in the folder (not copied again): " +
                        QString::number(expected.rows() - expected.distinctFiles());
@@ -344,8 +345,7 @@ TEST_P(BackupEndToEnd, EveryItemInEachOfItsFoldersThenNothingTwice)
     EXPECT_TRUE(last[0].startsWith(summary[0]) && last[0].endsWith("B)")) << last[0];
     EXPECT_EQ(last.mid(1), summary.mid(1)) << first.out.toStdString();
     for (const QString& name : expected.notOnDevice)
-        EXPECT_EQ(first.lines("Not on device, skipped: " + name + " (").size(),
-                  expected.notOnDevice.count(name))
+        EXPECT_EQ(first.lines("Not on device, skipped: " + name + " (").size(), expected.notOnDevice.count(name))
             << name;
 
     expectFolderHoldsBackup(backed.dest, expected);
@@ -369,8 +369,7 @@ TEST_P(BackupEndToEnd, EveryItemInEachOfItsFoldersThenNothingTwice)
     EXPECT_EQ(again.exitCode, 0) << again.describe();
     EXPECT_TRUE(again.out.contains("\n  Would copy: 0 files")) << again.out.toStdString();
     EXPECT_EQ(again.lines("Files copied: "), QStringList{"Files copied: 0 (0 bytes)"});
-    EXPECT_EQ(again.lines("Already backed up: ").last(),
-              "Already backed up: " + QString::number(rows.size()));
+    EXPECT_EQ(again.lines("Already backed up: ").last(), "Already backed up: " + QString::number(rows.size()));
     EXPECT_EQ(again.lines("Copied ").size(), 0);
     EXPECT_EQ(FolderSnapshot::take(backed.dest), before);
     EXPECT_EQ(readManifestRows(backed.dest), rows);
@@ -464,18 +463,18 @@ TEST(BackupHostileNames, NothingIsWrittenOutsideTheBackupFolder)
     EXPECT_EQ(run.exitCode, 1) << run.describe();
     const QString refused = QString::fromUtf8(": The destination folder \u201c%1\u201d does not lie inside the backup "
                                               "folder, so nothing was written to it.");
-    EXPECT_EQ(run.lines("ERROR "),
-              (QStringList{"ERROR ../../../escape.JPG" + refused.arg("../escape"),
-                           "ERROR IMG_0011.JPG" + refused.arg(".ombrelo-tmp/x"),
-                           "ERROR IMG_0011.JPG" + refused.arg(Manifest::fileName + "-journal"),
-                           "ERROR IMG_0011.JPG" + refused.arg(""),
-                           "ERROR /etc/passwd" + refused.arg(outside + "/abs"),
-                           "ERROR .." + refused.arg("Albums/../../x"),
-                           QString::fromUtf8("ERROR IMG_0009.JPG: The folder \u201c%1/Albums/Linked\u201d could not be "
-                                             "created (it is a link to another place, which a backup does not follow).")
-                               .arg(dest),
-                           QString::fromUtf8("ERROR IMG_0010.JPG: The file name \u201c../../outside/s.JPG\u201d cannot be "
-                                             "used inside the backup folder, so the file was not written.")}))
+    EXPECT_EQ(
+        run.lines("ERROR "),
+        (QStringList{"ERROR ../../../escape.JPG" + refused.arg("../escape"),
+                     "ERROR IMG_0011.JPG" + refused.arg(".ombrelo-tmp/x"),
+                     "ERROR IMG_0011.JPG" + refused.arg(Manifest::fileName + "-journal"),
+                     "ERROR IMG_0011.JPG" + refused.arg(""), "ERROR /etc/passwd" + refused.arg(outside + "/abs"),
+                     "ERROR .." + refused.arg("Albums/../../x"),
+                     QString::fromUtf8("ERROR IMG_0009.JPG: The folder \u201c%1/Albums/Linked\u201d could not be "
+                                       "created (it is a link to another place, which a backup does not follow).")
+                         .arg(dest),
+                     QString::fromUtf8("ERROR IMG_0010.JPG: The file name \u201c../../outside/s.JPG\u201d cannot be "
+                                       "used inside the backup folder, so the file was not written.")}))
         << run.describe();
     EXPECT_EQ(run.lines().last(), "Errors: 8");
     EXPECT_EQ(FolderSnapshot::take(dir.path(), dest), before) << "nothing outside the backup folder changed";
@@ -489,13 +488,11 @@ TEST(BackupHostileNames, NothingIsWrittenOutsideTheBackupFolder)
     while (it.hasNext())
         files << QDir(dest).relativeFilePath(it.next());
     files.sort();
-    EXPECT_EQ(files, (QStringList{Manifest::fileName,
-                                  "Albums/-..-up/-..-..-escape.JPG",
-                                  "Albums/Untitled (2)/" + QString(120, 'x') + ".JPG",
-                                  "Albums/Untitled/-etc/a-b-c-d-e-f-g-h-i-j-k.JPG",
-                                  "Albums/ombrelo-tmp/ombrelo-manifest.JPG",
-                                  "Camera Roll/Untitled.JPG",
-                                  "Hidden/-Hidden-..-..-x.JPG"}));
+    EXPECT_EQ(files,
+              (QStringList{Manifest::fileName, "Albums/-..-up/-..-..-escape.JPG",
+                           "Albums/Untitled (2)/" + QString(120, 'x') + ".JPG",
+                           "Albums/Untitled/-etc/a-b-c-d-e-f-g-h-i-j-k.JPG", "Albums/ombrelo-tmp/ombrelo-manifest.JPG",
+                           "Camera Roll/Untitled.JPG", "Hidden/-Hidden-..-..-x.JPG"}));
     const ProgramResult verified = phone.cli({"verify", dest});
     EXPECT_EQ(verified.exitCode, 0) << verified.describe();
     EXPECT_TRUE(verified.out.startsWith("Verified 6 files")) << verified.out.toStdString();

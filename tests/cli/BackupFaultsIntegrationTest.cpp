@@ -117,9 +117,8 @@ TEST(BackupFaults, OneBackupPerFolderAtATime)
     EXPECT_TRUE(other.lines("Copied ").isEmpty()) << other.describe().toStdString();
     if (other.exitCode != 0) {
         EXPECT_EQ(other.exitCode, 3) << other.describe().toStdString();
-        EXPECT_EQ(QString::fromUtf8(other.err),
-                  "Another backup into this folder is running (process " + QString::number((aCopied ? a : b).pid()) +
-                      ").\n");
+        EXPECT_EQ(QString::fromUtf8(other.err), "Another backup into this folder is running (process " +
+                                                    QString::number((aCopied ? a : b).pid()) + ").\n");
     }
     EXPECT_EQ(backupDifferences(reference, together), QStringList());
 }
@@ -206,8 +205,7 @@ TEST(BackupFaults, FullDiskFailsWhatDoesNotFitAndTheRunAfterFreeingSpaceComplete
         EXPECT_TRUE(full.out.contains(("\nErrors: " + QString::number(errors.size()) + "\n").toUtf8()))
             << full.out.toStdString();
         if (fill.videoFails) {
-            EXPECT_FALSE(full.lines("ERROR " + video->displayName() + ": ").isEmpty())
-                << full.describe().toStdString();
+            EXPECT_FALSE(full.lines("ERROR " + video->displayName() + ": ").isEmpty()) << full.describe().toStdString();
         }
 
         expectNothingHalfDone(dest, phone);

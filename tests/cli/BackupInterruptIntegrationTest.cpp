@@ -98,10 +98,7 @@ QHash<QString, int> rowsPerAsset(const QString& root)
     return rows;
 }
 
-QJsonObject readReport(const QString& path)
-{
-    return QJsonDocument::fromJson(readFile(path)).object();
-}
+QJsonObject readReport(const QString& path) { return QJsonDocument::fromJson(readFile(path)).object(); }
 
 QString lastLine(const QByteArray& output) { return QString::fromUtf8(output).trimmed().split('\n').last(); }
 
@@ -231,7 +228,8 @@ TEST(BackupWait, WaitsForAPhoneToBeConnectedAndUnlockedThenBacksItUp)
     }
 
     const QString phone = dirs.filePath("phone");
-    const ProgramResult made = runProgram(OMBRELO_BIN_DIR "/ombrelo-mkdevice", {phone, "--assets", "10", "--seed", "4"});
+    const ProgramResult made =
+        runProgram(OMBRELO_BIN_DIR "/ombrelo-mkdevice", {phone, "--assets", "10", "--seed", "4"});
     ASSERT_EQ(made.exitCode, 0) << made.describe().toStdString();
     QJsonObject device = QJsonDocument::fromJson(readFile(phone + "/device.json")).object();
     device["faults"] = QJsonObject{{"lockdownError", "PasswordProtected"}};
@@ -240,8 +238,8 @@ TEST(BackupWait, WaitsForAPhoneToBeConnectedAndUnlockedThenBacksItUp)
     CliProcess run(PhoneBackup::cliPath(), kBackup + QStringList{"--wait", dest}, environment);
     ASSERT_TRUE(run.waitForOutput(waiting.toUtf8(), 30000)) << run.finish().describe().toStdString();
     ASSERT_TRUE(QDir().rename(phone, devices + "/phone"));
-    const QByteArray locked = "Waiting: " + device["udid"].toString().toUtf8() +
-                              ": The device is locked. Unlock it and try again.\n";
+    const QByteArray locked =
+        "Waiting: " + device["udid"].toString().toUtf8() + ": The device is locked. Unlock it and try again.\n";
     ASSERT_TRUE(run.waitForOutput(locked, 30000)) << run.finish().describe().toStdString();
     EXPECT_FALSE(run.out().contains("Reading the Photos database"));
 

@@ -97,11 +97,9 @@ TEST(BackupKilled, FiftyTimesAtRandomMomentsThenResumedEqualsAnUninterruptedBack
     // The throttle makes the database take at least this long, whatever the machine.
     const qint64 fetchMs = databaseBytes(phone.deviceFolder()) * 1000 / kRate;
 
-
     // Each row of the manifest is written right after one of these lines.
     const auto rowLines = [](const QByteArray& out) {
-        return int(out.count("\nCopied ") + out.count("\nAlready in ") +
-                   out.count("\nAlready on disk, recorded: "));
+        return int(out.count("\nCopied ") + out.count("\nAlready in ") + out.count("\nAlready on disk, recorded: "));
     };
     const int referenceRows = int(readManifestRows(reference).size());
     ASSERT_EQ(rowLines(uninterrupted.out), referenceRows);

@@ -154,10 +154,10 @@ TEST(BackupOutput, PlainLinesQuietAndReport)
     EXPECT_EQ(toStrings(summary["errors"]).size(), 1);
     EXPECT_FALSE(summary["cancelled"].toBool());
     EXPECT_FALSE(summary["isDryRun"].toBool());
-    EXPECT_EQ(summaryLines.first(), "Files copied: " + QString::number(copiedLines) + " (" +
-                                        QLocale().formattedDataSize(qint64(summary["bytesCopied"].toDouble()), 1,
-                                                                    QLocale::DataSizeSIFormat) +
-                                        ")");
+    EXPECT_EQ(summaryLines.first(),
+              "Files copied: " + QString::number(copiedLines) + " (" +
+                  QLocale().formattedDataSize(qint64(summary["bytesCopied"].toDouble()), 1, QLocale::DataSizeSIFormat) +
+                  ")");
     EXPECT_EQ(summaryLines.last(), "Errors: 1");
     const QDateTime started = QDateTime::fromString(report["startedAt"].toString(), Qt::ISODate);
     const QDateTime finished = QDateTime::fromString(report["finishedAt"].toString(), Qt::ISODate);

@@ -36,10 +36,12 @@ TEST(DeviceCommands, DevicesListsEachUsbDeviceOnceWithItsProblem)
         } lockdown[] = {
             {"PasswordProtected", "The device is locked. Unlock it and try again."},
             {"UserDeniedPairing",
-             QString::fromUtf8("\u201cDon't Trust\u201d was chosen on the device. Unplug and reconnect to be asked again.")},
+             QString::fromUtf8(
+                 "\u201cDon't Trust\u201d was chosen on the device. Unplug and reconnect to be asked again.")},
             {"PairingDialogResponsePending", QString::fromUtf8("Tap \u201cTrust\u201d on the device, then try again.")},
             {"InvalidHostID",
-             QString::fromUtf8("This computer is not trusted by the device. Unlock it and tap \u201cTrust\u201d when asked.")},
+             QString::fromUtf8(
+                 "This computer is not trusted by the device. Unlock it and tap \u201cTrust\u201d when asked.")},
             {"SomethingNew", "The device refused the connection (lockdown error -256)."},
         };
         QString expected;
@@ -112,7 +114,8 @@ TEST(DeviceCommands, LsAndPullReportErrorsWithExitCode3)
 {
     TempDir dir;
     SimulatedPhone faulty = simulatedPhone(1, "Phone");
-    faulty.faults = {{"failPaths", QJsonObject{{"/DCIM/100APPLE/IMG_0003.MOV", QJsonObject{{"read", 4}, {"readAfterBytes", 1 << 20}}}}}};
+    faulty.faults = {{"failPaths", QJsonObject{{"/DCIM/100APPLE/IMG_0003.MOV",
+                                                QJsonObject{{"read", 4}, {"readAfterBytes", 1 << 20}}}}}};
     const QByteArray photo = "a photo";
     QByteArray video(3000000, Qt::Uninitialized);
     QRandomGenerator(42).fillRange(reinterpret_cast<quint32*>(video.data()), video.size() / 4);
@@ -143,7 +146,8 @@ TEST(DeviceCommands, LsAndPullReportErrorsWithExitCode3)
     EXPECT_EQ(readFile(local), photo);
     const QString large = dir.filePath("video.mov");
     const CliRun pulledVideo = CliRun::of({"pull", "/DCIM/100APPLE/IMG_0004.MOV", large});
-    const QString servedHash = QString::fromUtf8(runProgram("sha256sum", {folder + "/media/DCIM/100APPLE/IMG_0004.MOV"}).out.left(64));
+    const QString servedHash =
+        QString::fromUtf8(runProgram("sha256sum", {folder + "/media/DCIM/100APPLE/IMG_0004.MOV"}).out.left(64));
     EXPECT_EQ(pulledVideo.out, servedHash + "  " + large + "\n3000000 bytes (3.0 MB)\n");
     EXPECT_EQ(readFile(large), video);
 

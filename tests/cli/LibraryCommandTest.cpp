@@ -58,26 +58,47 @@ TEST(LibraryCommand, WholeLibraryAsJson)
 
     const QJsonArray assets = root["assets"].toArray();
     ASSERT_EQ(assets.size(), 2);
-    EXPECT_EQ(assets[0].toObject(),
-              (QJsonObject{{"pk", 7}, {"uuid", "asset-7"}, {"directory", "DCIM/100APPLE"},
-                           {"filename", "IMG_0007.HEIC"}, {"originalFilename", "Beach.HEIC"},
-                           {"dateCreated", 745923456.123456789}, {"isVideo", false}, {"kindSubtype", 2},
-                           {"isHidden", false}, {"isTrashed", false}, {"savedAssetType", 3}, {"bundleScope", 0},
-                           {"hasAdjustments", false}}));
+    EXPECT_EQ(assets[0].toObject(), (QJsonObject{{"pk", 7},
+                                                 {"uuid", "asset-7"},
+                                                 {"directory", "DCIM/100APPLE"},
+                                                 {"filename", "IMG_0007.HEIC"},
+                                                 {"originalFilename", "Beach.HEIC"},
+                                                 {"dateCreated", 745923456.123456789},
+                                                 {"isVideo", false},
+                                                 {"kindSubtype", 2},
+                                                 {"isHidden", false},
+                                                 {"isTrashed", false},
+                                                 {"savedAssetType", 3},
+                                                 {"bundleScope", 0},
+                                                 {"hasAdjustments", false}}));
     // Every bit of the stored number survives the text form.
     EXPECT_EQ(assets[0]["dateCreated"].toDouble(), 745923456.123456789);
-    EXPECT_EQ(assets[1].toObject(),
-              (QJsonObject{{"pk", 9}, {"uuid", "asset-9"}, {"directory", "DCIM/100APPLE"},
-                           {"filename", "IMG_0009.MOV"}, {"originalFilename", QJsonValue()},
-                           {"dateCreated", QJsonValue()}, {"isVideo", true}, {"kindSubtype", 0},
-                           {"isHidden", true}, {"isTrashed", false}, {"savedAssetType", QJsonValue()},
-                           {"bundleScope", QJsonValue()}, {"hasAdjustments", false}}));
+    EXPECT_EQ(assets[1].toObject(), (QJsonObject{{"pk", 9},
+                                                 {"uuid", "asset-9"},
+                                                 {"directory", "DCIM/100APPLE"},
+                                                 {"filename", "IMG_0009.MOV"},
+                                                 {"originalFilename", QJsonValue()},
+                                                 {"dateCreated", QJsonValue()},
+                                                 {"isVideo", true},
+                                                 {"kindSubtype", 0},
+                                                 {"isHidden", true},
+                                                 {"isTrashed", false},
+                                                 {"savedAssetType", QJsonValue()},
+                                                 {"bundleScope", QJsonValue()},
+                                                 {"hasAdjustments", false}}));
 
-    EXPECT_EQ(root["albums"].toArray(),
-              (QJsonArray{QJsonObject{{"pk", 40}, {"uuid", "album-uuid-40"}, {"title", "Holidays"},
-                                      {"isFolder", true}, {"parentPK", QJsonValue()}, {"isTrashed", false}},
-                          QJsonObject{{"pk", 41}, {"uuid", "album-uuid-41"}, {"title", "Beach"},
-                                      {"isFolder", false}, {"parentPK", 40}, {"isTrashed", false}}}));
+    EXPECT_EQ(root["albums"].toArray(), (QJsonArray{QJsonObject{{"pk", 40},
+                                                                {"uuid", "album-uuid-40"},
+                                                                {"title", "Holidays"},
+                                                                {"isFolder", true},
+                                                                {"parentPK", QJsonValue()},
+                                                                {"isTrashed", false}},
+                                                    QJsonObject{{"pk", 41},
+                                                                {"uuid", "album-uuid-41"},
+                                                                {"title", "Beach"},
+                                                                {"isFolder", false},
+                                                                {"parentPK", 40},
+                                                                {"isTrashed", false}}}));
     EXPECT_EQ(root["membership"].toObject(), (QJsonObject{{"41", QJsonArray{9, 7}}}));
     EXPECT_EQ(root["schemaNotes"].toArray(),
               (QJsonArray{"Entities: Asset=3, Album=28, Folder=36",
@@ -103,7 +124,8 @@ TEST(LibraryCommand, UnreadableDatabases)
 
     result = CliRun::of({"library", "--db", dir.filePath("missing.sqlite")});
     EXPECT_EQ(result.code, 3);
-    EXPECT_EQ(result.err, QString("There is no database file at \u201c%1\u201d.\n").arg(dir.filePath("missing.sqlite")));
+    EXPECT_EQ(result.err,
+              QString("There is no database file at \u201c%1\u201d.\n").arg(dir.filePath("missing.sqlite")));
 
     result = CliRun::of({"library", "--db", database, "--udid", "0000"});
     EXPECT_EQ(result.code, 2);

@@ -5,10 +5,10 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QLocale>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QLocale>
 #include <QSet>
 
 #include <gtest/gtest.h>
@@ -74,9 +74,9 @@ TEST(Verify, FindsAFlippedByteATruncatedFileAndADeletedFileAndOnlyThose)
                                   " bytes, recorded " + QString::number(truncatedSize) + "\n";
     EXPECT_EQ(QString::fromUtf8(damaged.out),
               "Verified " + QString::number(rows.size()) + " files (" +
-                  QLocale().formattedDataSize(bytes - deletedSize - 1, 1, QLocale::DataSizeSIFormat) + "): " +
-                  QString::number(rows.size() - 3) + " intact, 1 missing, 2 changed\n" + "Missing: " + deleted + "\n" +
-                  (flipped < truncated ? flippedLine + truncatedLine : truncatedLine + flippedLine));
+                  QLocale().formattedDataSize(bytes - deletedSize - 1, 1, QLocale::DataSizeSIFormat) +
+                  "): " + QString::number(rows.size() - 3) + " intact, 1 missing, 2 changed\n" + "Missing: " + deleted +
+                  "\n" + (flipped < truncated ? flippedLine + truncatedLine : truncatedLine + flippedLine));
 
     const ProgramResult json = phone.cli({"verify", "--json", dest.path()});
     EXPECT_EQ(json.exitCode, 1);

@@ -124,8 +124,7 @@ void DeviceSimulator::start(const QStringList& arguments)
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, logPath.constData(), O_WRONLY | O_CREAT | O_APPEND,
-                                     0644);
+    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, logPath.constData(), O_WRONLY | O_CREAT | O_APPEND, 0644);
     posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO);
     const int spawned = posix_spawn(&m_pid, program.constData(), &actions, nullptr, argv.data(), environ);
     posix_spawn_file_actions_destroy(&actions);
@@ -136,9 +135,8 @@ void DeviceSimulator::start(const QStringList& arguments)
     while (!answers(socketPath())) {
         if (const std::optional<int> status = waitFor(m_pid, std::chrono::milliseconds(20))) {
             m_pid = -1;
-            throw std::runtime_error(("ombrelo-devicesim exited with status " + QString::number(*status) +
-                                      ":\n" + log())
-                                         .toStdString());
+            throw std::runtime_error(
+                ("ombrelo-devicesim exited with status " + QString::number(*status) + ":\n" + log()).toStdString());
         }
         if (std::chrono::steady_clock::now() >= deadline) {
             stop();

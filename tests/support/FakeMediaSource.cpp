@@ -16,7 +16,7 @@ QString parentOf(const QString& path)
 void FakeMediaSource::addFile(const QString& path, const QByteArray& content)
 {
     m_files.insert(path, content);
-    for (QString dir = parentOf(path); ; dir = parentOf(dir)) {
+    for (QString dir = parentOf(path);; dir = parentOf(dir)) {
         m_directories.insert(dir);
         if (dir == "/")
             break;
@@ -25,7 +25,7 @@ void FakeMediaSource::addFile(const QString& path, const QByteArray& content)
 
 void FakeMediaSource::addDirectory(const QString& path)
 {
-    for (QString dir = path; ; dir = parentOf(dir)) {
+    for (QString dir = path;; dir = parentOf(dir)) {
         m_directories.insert(dir);
         if (dir == "/")
             break;

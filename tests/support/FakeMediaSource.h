@@ -5,8 +5,8 @@
 #include <QByteArray>
 #include <QHash>
 #include <QMap>
-#include <QString>
 #include <QSet>
+#include <QString>
 #include <QStringList>
 
 // An in-memory device media tree for unit tests that need no simulator.

@@ -95,9 +95,9 @@ const PhoneAnswerKey::Album* PhoneAnswerKey::album(const QString& uuid) const
 PhoneBackup::PhoneBackup(const QStringList& mkdeviceOptions) : m_deviceFolder(m_dir.filePath("phone"))
 {
     const QString keyPath = m_dir.filePath("answer-key.json");
-    const ProgramResult made = runProgram(OMBRELO_BIN_DIR "/ombrelo-mkdevice",
-                                          QStringList{m_deviceFolder} + mkdeviceOptions +
-                                              QStringList{"--answer-key", keyPath});
+    const ProgramResult made =
+        runProgram(OMBRELO_BIN_DIR "/ombrelo-mkdevice",
+                   QStringList{m_deviceFolder} + mkdeviceOptions + QStringList{"--answer-key", keyPath});
     if (made.exitCode != 0)
         throw std::runtime_error(("ombrelo-mkdevice failed: " + made.describe()).toStdString());
     m_key = PhoneAnswerKey::read(keyPath);
@@ -109,10 +109,7 @@ PhoneBackup::PhoneBackup(Folder deviceFolder) : m_deviceFolder(deviceFolder.path
     m_simulator = std::make_unique<DeviceSimulator>(QStringList{m_deviceFolder});
 }
 
-QString PhoneBackup::udid() const
-{
-    return readJson(m_deviceFolder + "/device.json")["udid"].toString();
-}
+QString PhoneBackup::udid() const { return readJson(m_deviceFolder + "/device.json")["udid"].toString(); }
 
 void PhoneBackup::setFaults(const QJsonObject& faults)
 {

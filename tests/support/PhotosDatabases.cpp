@@ -9,17 +9,11 @@ namespace {
 
 QString corpusFolder() { return QString(OMBRELO_SHARED_DIR) + "/corpus/photos-db"; }
 
-SQLValue optionalText(const std::optional<QString>& value)
-{
-    return value ? SQLValue::text(*value) : SQLValue::null();
-}
+SQLValue optionalText(const std::optional<QString>& value) { return value ? SQLValue::text(*value) : SQLValue::null(); }
 
 } // namespace
 
-QStringList corpusDatabaseNames()
-{
-    return QDir(corpusFolder()).entryList({"osxphotos-*"}, QDir::Dirs, QDir::Name);
-}
+QStringList corpusDatabaseNames() { return QDir(corpusFolder()).entryList({"osxphotos-*"}, QDir::Dirs, QDir::Name); }
 
 QString copyCorpusDatabase(const QString& name, const QString& folder)
 {
@@ -69,10 +63,10 @@ void addAsset(SQLiteDB& db, const TestAsset& asset)
 
 void addAlbum(SQLiteDB& db, int64_t pk, int64_t kind, const QString& title, std::optional<int64_t> parent)
 {
-    db.execute("INSERT INTO ZGENERICALBUM (Z_PK, ZKIND, ZUUID, ZTITLE, ZPARENTFOLDER, ZTRASHEDSTATE) "
-               "VALUES (?, ?, ?, ?, ?, 0)",
-               {pk, kind, "album-uuid-" + QString::number(pk), title,
-                parent ? SQLValue::integer(*parent) : SQLValue::null()});
+    db.execute(
+        "INSERT INTO ZGENERICALBUM (Z_PK, ZKIND, ZUUID, ZTITLE, ZPARENTFOLDER, ZTRASHEDSTATE) "
+        "VALUES (?, ?, ?, ?, ?, 0)",
+        {pk, kind, "album-uuid-" + QString::number(pk), title, parent ? SQLValue::integer(*parent) : SQLValue::null()});
 }
 
 void addMember(SQLiteDB& db, int64_t albumPK, int64_t assetPK)

@@ -25,12 +25,36 @@ std::unique_ptr<SQLiteDB> createPhotosDatabase(const QString& path);
 // An asset row to add, set up in a chain: TestAsset(7, "IMG_0007.HEIC").video().hidden().
 struct TestAsset {
     TestAsset(int64_t pk, const QString& filename) : pk(pk), filename(filename) {}
-    TestAsset& date(std::optional<double> seconds) { dateCreated = seconds; return *this; }
-    TestAsset& video() { kind = 1; return *this; }
-    TestAsset& subtype(int64_t value) { kindSubtype = value; return *this; }
-    TestAsset& hidden() { isHidden = true; return *this; }
-    TestAsset& trashed() { isTrashed = true; return *this; }
-    TestAsset& original(const QString& name) { originalFilename = name; return *this; }
+    TestAsset& date(std::optional<double> seconds)
+    {
+        dateCreated = seconds;
+        return *this;
+    }
+    TestAsset& video()
+    {
+        kind = 1;
+        return *this;
+    }
+    TestAsset& subtype(int64_t value)
+    {
+        kindSubtype = value;
+        return *this;
+    }
+    TestAsset& hidden()
+    {
+        isHidden = true;
+        return *this;
+    }
+    TestAsset& trashed()
+    {
+        isTrashed = true;
+        return *this;
+    }
+    TestAsset& original(const QString& name)
+    {
+        originalFilename = name;
+        return *this;
+    }
 
     int64_t pk;
     QString filename;

@@ -1,7 +1,7 @@
 #pragma once
 
-#include <QString>
 #include "QtPrinters.h"
+#include <QString>
 
 #include <QTemporaryDir>
 

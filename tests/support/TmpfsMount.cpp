@@ -25,6 +25,5 @@ TmpfsMount::~TmpfsMount()
 
 bool TmpfsMount::setReadOnly(bool readOnly)
 {
-    return m_mounted &&
-           runProgram("mount", {"-o", readOnly ? "remount,ro" : "remount,rw", m_folder}, 20).exitCode == 0;
+    return m_mounted && runProgram("mount", {"-o", readOnly ? "remount,ro" : "remount,rw", m_folder}, 20).exitCode == 0;
 }

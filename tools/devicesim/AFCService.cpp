@@ -26,16 +26,16 @@ constexpr uint64_t kMaxRequest = 16 * 1024 * 1024;
 constexpr uint64_t kMaxRead = 16 * 1024 * 1024;
 
 namespace Op {
-constexpr uint64_t status = 0x01, data = 0x02, readDir = 0x03, getFileInfo = 0x0A, getDevInfo = 0x0B,
-                   fileOpen = 0x0D, fileOpenResult = 0x0E, fileRead = 0x0F, fileSeek = 0x11, fileTell = 0x12,
-                   fileTellResult = 0x13, fileClose = 0x14, fileLock = 0x1B;
+constexpr uint64_t status = 0x01, data = 0x02, readDir = 0x03, getFileInfo = 0x0A, getDevInfo = 0x0B, fileOpen = 0x0D,
+                   fileOpenResult = 0x0E, fileRead = 0x0F, fileSeek = 0x11, fileTell = 0x12, fileTellResult = 0x13,
+                   fileClose = 0x14, fileLock = 0x1B;
 // Operations that would change the device: the media tree is served read-only.
 constexpr uint64_t writes[] = {0x05, 0x06, 0x07, 0x08, 0x09, 0x0C, 0x10, 0x15, 0x18, 0x1C, 0x1E, 0x20, 0x22, 0x28};
 } // namespace Op
 
 namespace Error {
-constexpr uint64_t readError = 4, invalidArgument = 7, objectIsDirectory = 9, permissionDenied = 10,
-                   notSupported = 15, ioError = 20;
+constexpr uint64_t readError = 4, invalidArgument = 7, objectIsDirectory = 9, permissionDenied = 10, notSupported = 15,
+                   ioError = 20;
 }
 
 struct Header {
@@ -157,9 +157,9 @@ AFCService::Reply AFCService::handle(uint64_t number, uint64_t operation, const 
     }
     const bool isWrite = std::find(std::begin(Op::writes), std::end(Op::writes), operation) != std::end(Op::writes);
     const uint64_t code = isWrite ? Error::permissionDenied : Error::notSupported;
-    return {sendStatus(number, code),
-            "operation 0x" + QString::number(operation, 16) + ": error " + QString::number(code) +
-                (isWrite ? " (the media tree is read-only)" : " (not supported)")};
+    return {sendStatus(number, code), "operation 0x" + QString::number(operation, 16) + ": error " +
+                                          QString::number(code) +
+                                          (isWrite ? " (the media tree is read-only)" : " (not supported)")};
 }
 
 PathFault AFCService::faultFor(const QString& path) const
@@ -176,7 +176,8 @@ AFCService::Reply AFCService::readDirectory(uint64_t number, const QString& path
         return {sendStatus(number, uint64_t(entry.afcError)), what + ": error " + QString::number(entry.afcError)};
     const PathFault fault = faultFor(path);
     if (fault.list != 0)
-        return {sendStatus(number, uint64_t(fault.list)), what + ": error " + QString::number(fault.list) + " (failPaths)"};
+        return {sendStatus(number, uint64_t(fault.list)),
+                what + ": error " + QString::number(fault.list) + " (failPaths)"};
     if (fault.emptyListing)
         return {sendData(number, {}), what + ": an empty reply (failPaths)"};
     if (!S_ISDIR(entry.status.st_mode))
@@ -219,8 +220,8 @@ AFCService::Reply AFCService::fileInfo(uint64_t number, const QString& path)
                                        {"st_ifmt", type},
                                        {"st_mtime", nanoseconds(status.st_mtim)},
                                        {"st_birthtime", nanoseconds(status.st_mtim)}});
-    return {sendData(number, info), what + ": " + QString::fromLatin1(type) + ", " +
-                                        QString::number(status.st_size) + " bytes"};
+    return {sendData(number, info),
+            what + ": " + QString::fromLatin1(type) + ", " + QString::number(status.st_size) + " bytes"};
 }
 
 AFCService::Reply AFCService::deviceInfo(uint64_t number)
@@ -248,7 +249,8 @@ AFCService::Reply AFCService::openFile(uint64_t number, const QByteArray& argume
         return {sendStatus(number, Error::objectIsDirectory), what + ": error 9 (a folder)"};
     const PathFault fault = faultFor(path);
     if (fault.open != 0)
-        return {sendStatus(number, uint64_t(fault.open)), what + ": error " + QString::number(fault.open) + " (failPaths)"};
+        return {sendStatus(number, uint64_t(fault.open)),
+                what + ": error " + QString::number(fault.open) + " (failPaths)"};
     Socket file(::open(entry.filePath.constData(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
     if (!file.isOpen())
         return {sendStatus(number, Error::permissionDenied), what + ": cannot open the file"};
@@ -302,8 +304,8 @@ AFCService::Reply AFCService::readFile(uint64_t number, const QByteArray& argume
     m_servedBytes += sendable;
     if (cut) {
         ::shutdown(m_socket.fd(), SHUT_RDWR);
-        return {false, what + ": connection cut after " + QString::number(m_servedBytes) +
-                           " file bytes (dropAfterBytes)"};
+        return {false,
+                what + ": connection cut after " + QString::number(m_servedBytes) + " file bytes (dropAfterBytes)"};
     }
     return {true, what + ": " + QString::number(length) + " bytes"};
 }
@@ -338,8 +340,7 @@ bool AFCService::sendRange(int file, uint64_t offset, uint64_t length, uint64_t 
 {
     static const std::array<char, 256 * 1024> zeros{};
     // Slow links send in slices of about 10 ms, so the pace is even and a pulled cable is prompt.
-    const uint64_t slice =
-        bytesPerSecond > 0 ? std::clamp<uint64_t>(bytesPerSecond / 100, 4096, zeros.size()) : length;
+    const uint64_t slice = bytesPerSecond > 0 ? std::clamp<uint64_t>(bytesPerSecond / 100, 4096, zeros.size()) : length;
     while (length > 0) {
         uint64_t piece = std::min(length, slice);
         bool hole = false;

@@ -45,8 +45,7 @@ std::optional<uint64_t> count(const QJsonObject& object, const QString& key, con
         return std::nullopt;
     const double number = value.toDouble(-1);
     if (!value.isDouble() || number < double(minimum) || number != std::floor(number) || number > 9.0e15)
-        throw ConfigError("\"" + name + "\" must be a whole number of at least " +
-                          QString::number(minimum) + ".");
+        throw ConfigError("\"" + name + "\" must be a whole number of at least " + QString::number(minimum) + ".");
     return uint64_t(number);
 }
 
@@ -116,13 +115,13 @@ DeviceConfig DeviceConfig::parse(const QByteArray& json)
     QJsonParseError error;
     const QJsonDocument document = QJsonDocument::fromJson(json, &error);
     if (error.error != QJsonParseError::NoError)
-        throw ConfigError("not valid JSON: " + error.errorString() + " at offset " +
-                          QString::number(error.offset) + ".");
+        throw ConfigError("not valid JSON: " + error.errorString() + " at offset " + QString::number(error.offset) +
+                          ".");
     if (!document.isObject())
         throw ConfigError(QStringLiteral("the file must hold a JSON object."));
     const QJsonObject object = document.object();
-    rejectUnknownKeys(object,
-                      {"udid", "name", "productType", "productVersion", "connection", "listedTwice", "faults"}, {});
+    rejectUnknownKeys(object, {"udid", "name", "productType", "productVersion", "connection", "listedTwice", "faults"},
+                      {});
 
     DeviceConfig config;
     config.udid = text(object, "udid", "udid", {});
@@ -133,14 +132,14 @@ DeviceConfig DeviceConfig::parse(const QByteArray& json)
     static const QRegularExpression udidShape("^([0-9a-fA-F]{40}|[0-9a-fA-F]{8}-[0-9a-fA-F]{16})$");
     if (!udidShape.match(config.udid).hasMatch())
         throw ConfigError("\"udid\" must be 40 hexadecimal digits, or 8 and 16 joined by "
-                          "\"-\"; \"" + config.udid + "\" is neither.");
+                          "\"-\"; \"" +
+                          config.udid + "\" is neither.");
     config.name = text(object, "name", "name", config.name);
     config.productType = text(object, "productType", "productType", config.productType);
     config.productVersion = text(object, "productVersion", "productVersion", config.productVersion);
     const QString connection = text(object, "connection", "connection", "USB");
     if (connection != "USB" && connection != "Network")
-        throw ConfigError("\"connection\" must be \"USB\" or \"Network\", not \"" + connection +
-                          "\".");
+        throw ConfigError("\"connection\" must be \"USB\" or \"Network\", not \"" + connection + "\".");
     config.network = connection == "Network";
     config.listedTwice = flag(object, "listedTwice", "listedTwice");
     config.faults = parseFaults(object.value("faults"));

@@ -68,8 +68,7 @@ std::optional<DeviceConfig> DeviceRegistry::readConfig(const QString& folder, QB
         try {
             return DeviceConfig::parse(json);
         } catch (const ConfigError& error) {
-            problem = folder + "/device.json: " + QString::fromStdString(error.what()) +
-                      " The device stays unplugged.";
+            problem = folder + "/device.json: " + QString::fromStdString(error.what()) + " The device stays unplugged.";
         }
     }
     const QByteArray seen = ok ? json : QByteArray("\0unreadable", 11);

@@ -3,8 +3,8 @@
 #include "AFCService.h"
 #include "Log.h"
 
-#include <QtEndian>
 #include <QUuid>
+#include <QtEndian>
 
 namespace {
 

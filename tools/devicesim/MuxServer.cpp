@@ -180,8 +180,8 @@ void MuxServer::serve(int fd, int id)
 bool MuxServer::handle(Socket& socket, int id, uint32_t tag, plist_t request)
 {
     const QString type = Plist::string(request, "MessageType").value_or(QString());
-    const QString who = "#" + QString::number(id) + " usbmux " + type + " from " +
-                        Plist::string(request, "ProgName").value_or("?");
+    const QString who =
+        "#" + QString::number(id) + " usbmux " + type + " from " + Plist::string(request, "ProgName").value_or("?");
     if (type == "ListDevices") {
         PlistPtr list(plist_new_array());
         for (const auto& device : m_registry.refresh()) {
@@ -201,7 +201,8 @@ bool MuxServer::handle(Socket& socket, int id, uint32_t tag, plist_t request)
         for (const auto& device : m_registry.refresh()) {
             if (!sendPlist(socket, 0, attachedRecord(*device, device->deviceId()).get()))
                 return false;
-            if (device->config()->listedTwice && !sendPlist(socket, 0, attachedRecord(*device, device->secondId()).get()))
+            if (device->config()->listedTwice &&
+                !sendPlist(socket, 0, attachedRecord(*device, device->secondId()).get()))
                 return false;
         }
         // Listeners hear nothing more; they hang up when they have what they need.

@@ -11,7 +11,8 @@ constexpr std::chrono::milliseconds kCatchUp{5};
 void RateLimiter::pace(uint64_t bytes, uint64_t bytesPerSecond)
 {
     using namespace std::chrono;
-    const auto wireTime = duration_cast<steady_clock::duration>(duration<double>(double(bytes) / double(bytesPerSecond)));
+    const auto wireTime =
+        duration_cast<steady_clock::duration>(duration<double>(double(bytes) / double(bytesPerSecond)));
     steady_clock::time_point until;
     {
         std::lock_guard lock(m_mutex);

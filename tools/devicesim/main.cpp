@@ -90,10 +90,7 @@ int main(int argc, char* argv[])
 
     QCommandLineParser parser;
     parser.setSingleDashWordOptionMode(QCommandLineParser::ParseAsLongOptions);
-    parser.addOptions({{"socket", "", "PATH"},
-                       {"devices-dir", "", "DIR"},
-                       {"verbose", ""},
-                       {{"h", "help"}, ""}});
+    parser.addOptions({{"socket", "", "PATH"}, {"devices-dir", "", "DIR"}, {"verbose", ""}, {{"h", "help"}, ""}});
     parser.addPositionalArgument("DEVICE_DIR", "");
     if (!parser.parse(arguments))
         return usageError(parser.errorText() + ".");

@@ -62,7 +62,8 @@ QByteArray AnswerKey::toJson(const Generation& generation, const PhoneContent& c
             QJsonObject entry;
             entry["component"] = file.component;
             entry["path"] = file.devicePath;
-            entry["sha256"] = file.sha256 ? QJsonValue(QString::fromLatin1(*file.sha256)) : QJsonValue(QJsonValue::Null);
+            entry["sha256"] =
+                file.sha256 ? QJsonValue(QString::fromLatin1(*file.sha256)) : QJsonValue(QJsonValue::Null);
             entry["size"] = file.size ? QJsonValue(qint64(*file.size)) : QJsonValue(QJsonValue::Null);
             files << entry;
         }
@@ -77,7 +78,8 @@ QByteArray AnswerKey::toJson(const Generation& generation, const PhoneContent& c
         entry["uuid"] = album.uuid;
         entry["title"] = optional(album.title);
         entry["isFolder"] = album.isFolder();
-        entry["parentUUID"] = album.parentPK ? QJsonValue(albumUUIDs.value(*album.parentPK)) : QJsonValue(QJsonValue::Null);
+        entry["parentUUID"] =
+            album.parentPK ? QJsonValue(albumUUIDs.value(*album.parentPK)) : QJsonValue(QJsonValue::Null);
         entry["isTrashed"] = album.isTrashed;
         entry["kind"] = qint64(album.kind);
         albums << entry;

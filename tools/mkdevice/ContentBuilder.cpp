@@ -44,16 +44,19 @@ const AlbumFixture kAlbumFixtures[] = {
     {"dots", "...Secret plans", "", false, false},
     {"control", "Bell\a, tab\t and\nnew line", "", false, false},
     {"unicode1", "\xC3\x81gua", "", false, false},
-    {"unicode2", "Fr\xC3\xBChst\xC3\xBC" "ck \xF0\x9F\xA5\x90", "", false, false},
+    {"unicode2",
+     "Fr\xC3\xBChst\xC3\xBC"
+     "ck \xF0\x9F\xA5\x90",
+     "", false, false},
     {"unicode3", "\xE6\x9D\xB1\xE4\xBA\xAC 2024", "", false, false},
     {"long", "", "", false, false}, // 130 characters, made below
     {"emptytitle", "", "", false, false},
     {"favs", "Favourites", "", false, false},
 };
 
-const char* const kGenericWords[] = {"Birthday", "Beach", "Garden", "Hiking", "Concert", "Wedding", "Christmas",
-                                     "Graduation", "Camping", "Museum", "Snow", "Sunset", "Dogs", "Cats",
-                                     "Food", "Picnic", "Skiing", "Cycling", "Market", "Lake"};
+const char* const kGenericWords[] = {"Birthday",   "Beach",   "Garden", "Hiking",  "Concert", "Wedding", "Christmas",
+                                     "Graduation", "Camping", "Museum", "Snow",    "Sunset",  "Dogs",    "Cats",
+                                     "Food",       "Picnic",  "Skiing", "Cycling", "Market",  "Lake"};
 
 QString longTitle()
 {
@@ -107,49 +110,182 @@ QList<ContentBuilder::Recipe> ContentBuilder::fixtureRecipes() const
     auto add = [&](Recipe recipe) { list << recipe; };
     Recipe r;
 
-    r = {}; r.live = true; r.favorite = true; r.albumTags = {"family", "paris", "favs"}; add(r);
-    r = {}; r.live = true; r.edited = true; r.albumTags = {"paris"}; add(r);
-    r = {}; r.media = Media::jpeg; r.aae = true; r.albumTags = {"rome"}; add(r);
-    r = {}; r.media = Media::jpeg; r.aae = true; r.edited = true; r.albumTags = {"roadtrip"}; add(r);
-    r = {}; r.edited = true; r.albumTags = {"family"}; add(r);
-    r = {}; r.media = Media::video; r.albumTags = {"roadtrip", "family2"}; add(r);
-    r = {}; r.media = Media::video; r.edited = true; add(r);
-    r = {}; r.media = Media::video; r.edited = true; r.editedStill = true; r.albumTags = {"odd"}; add(r);
-    r = {}; r.media = Media::video; r.subtype = 101; add(r);
-    r = {}; r.media = Media::png; r.integerDate = true; add(r);
-    r = {}; r.hidden = true; r.albumTags = {"family"}; add(r);
-    r = {}; r.live = true; r.hidden = true; add(r);
-    r = {}; r.trashed = true; r.albumTags = {"favs"}; add(r);
-    r = {}; r.media = Media::video; r.trashed = true; add(r);
-    r = {}; r.onDevice = false; r.albumTags = {"family"}; add(r);
-    r = {}; r.place = Place::cloud; r.onDevice = false; add(r);
-    r = {}; r.place = Place::cloud; r.albumTags = {"unicode1"}; add(r);
-    r = {}; r.place = Place::cloud; r.live = true; add(r);
-    r = {}; r.place = Place::cloud; r.media = Media::jpeg; r.edited = true; add(r);
-    r = {}; r.place = Place::sharedAlbum; r.media = Media::jpeg; add(r);
-    r = {}; r.place = Place::sharedAlbum; r.media = Media::jpeg; add(r);
-    r = {}; r.place = Place::sharedAlbum; r.media = Media::video; r.subtype = 100; r.sharedAlbum = 1; add(r);
+    r = {};
+    r.live = true;
+    r.favorite = true;
+    r.albumTags = {"family", "paris", "favs"};
+    add(r);
+    r = {};
+    r.live = true;
+    r.edited = true;
+    r.albumTags = {"paris"};
+    add(r);
+    r = {};
+    r.media = Media::jpeg;
+    r.aae = true;
+    r.albumTags = {"rome"};
+    add(r);
+    r = {};
+    r.media = Media::jpeg;
+    r.aae = true;
+    r.edited = true;
+    r.albumTags = {"roadtrip"};
+    add(r);
+    r = {};
+    r.edited = true;
+    r.albumTags = {"family"};
+    add(r);
+    r = {};
+    r.media = Media::video;
+    r.albumTags = {"roadtrip", "family2"};
+    add(r);
+    r = {};
+    r.media = Media::video;
+    r.edited = true;
+    add(r);
+    r = {};
+    r.media = Media::video;
+    r.edited = true;
+    r.editedStill = true;
+    r.albumTags = {"odd"};
+    add(r);
+    r = {};
+    r.media = Media::video;
+    r.subtype = 101;
+    add(r);
+    r = {};
+    r.media = Media::png;
+    r.integerDate = true;
+    add(r);
+    r = {};
+    r.hidden = true;
+    r.albumTags = {"family"};
+    add(r);
+    r = {};
+    r.live = true;
+    r.hidden = true;
+    add(r);
+    r = {};
+    r.trashed = true;
+    r.albumTags = {"favs"};
+    add(r);
+    r = {};
+    r.media = Media::video;
+    r.trashed = true;
+    add(r);
+    r = {};
+    r.onDevice = false;
+    r.albumTags = {"family"};
+    add(r);
+    r = {};
+    r.place = Place::cloud;
+    r.onDevice = false;
+    add(r);
+    r = {};
+    r.place = Place::cloud;
+    r.albumTags = {"unicode1"};
+    add(r);
+    r = {};
+    r.place = Place::cloud;
+    r.live = true;
+    add(r);
+    r = {};
+    r.place = Place::cloud;
+    r.media = Media::jpeg;
+    r.edited = true;
+    add(r);
+    r = {};
+    r.place = Place::sharedAlbum;
+    r.media = Media::jpeg;
+    add(r);
+    r = {};
+    r.place = Place::sharedAlbum;
+    r.media = Media::jpeg;
+    add(r);
+    r = {};
+    r.place = Place::sharedAlbum;
+    r.media = Media::video;
+    r.subtype = 100;
+    r.sharedAlbum = 1;
+    add(r);
     // Shared with You and other libraries exist from iOS 15; before that these are plain items.
-    r = {}; if (swy) { r.savedType = 12; r.bundleScope = 3; } add(r);
-    r = {}; if (swy) { r.media = Media::jpeg; r.bundleScope = 3; } add(r);
-    r = {}; if (swy) { r.savedType = 12; } add(r);
-    r = {}; if (swy) { r.place = Place::cloud; r.savedType = 8; r.bundleScope = 1; } add(r);
+    r = {};
+    if (swy) {
+        r.savedType = 12;
+        r.bundleScope = 3;
+    }
+    add(r);
+    r = {};
+    if (swy) {
+        r.media = Media::jpeg;
+        r.bundleScope = 3;
+    }
+    add(r);
+    r = {};
+    if (swy) {
+        r.savedType = 12;
+    }
+    add(r);
+    r = {};
+    if (swy) {
+        r.place = Place::cloud;
+        r.savedType = 8;
+        r.bundleScope = 1;
+    }
+    add(r);
     // The same picture imported twice: identical bytes, two items.
-    r = {}; r.media = Media::jpeg; r.imported = true; r.originalName = OriginalName::custom;
-    r.customOriginalName = "IMG_4471.JPG"; r.albumTags = {"long"}; add(r);
-    r.duplicateOf = list.size() - 1; r.albumTags = {"emptytitle"}; add(r);
-    r = {}; r.twinName = true; r.albumTags = {"dots"}; add(r);
+    r = {};
+    r.media = Media::jpeg;
+    r.imported = true;
+    r.originalName = OriginalName::custom;
+    r.customOriginalName = "IMG_4471.JPG";
+    r.albumTags = {"long"};
+    add(r);
+    r.duplicateOf = list.size() - 1;
+    r.albumTags = {"emptytitle"};
+    add(r);
+    r = {};
+    r.twinName = true;
+    r.albumTags = {"dots"};
+    add(r);
     // A still and a separate video sharing a stem: the video is not the still's Live Photo video.
-    r = {}; r.media = Media::jpeg; r.albumTags = {"control"}; add(r);
-    r = {}; r.media = Media::video; r.sameStemAs = list.size() - 1; add(r);
-    r = {}; r.media = Media::jpeg; r.undated = true; r.originalName = OriginalName::none; add(r);
-    r = {}; r.media = Media::jpeg; r.originalName = OriginalName::empty; add(r);
-    r = {}; r.media = Media::jpeg; r.originalName = OriginalName::custom;
-    r.customOriginalName = QString::fromUtf8("\xC3\x89t\xC3\xA9 \xC3\xA0 Paris.jpeg"); r.albumTags = {"unicode2"}; add(r);
-    r = {}; r.albumTags = {"deleted"}; add(r);
-    r = {}; r.albumTags = {"survivor", "unicode3"}; add(r);
-    r = {}; r.live = true; r.albumTags = {"pumpkin", "hayride"}; add(r);
-    r = {}; r.media = Media::video; r.subtype = 102; add(r);
+    r = {};
+    r.media = Media::jpeg;
+    r.albumTags = {"control"};
+    add(r);
+    r = {};
+    r.media = Media::video;
+    r.sameStemAs = list.size() - 1;
+    add(r);
+    r = {};
+    r.media = Media::jpeg;
+    r.undated = true;
+    r.originalName = OriginalName::none;
+    add(r);
+    r = {};
+    r.media = Media::jpeg;
+    r.originalName = OriginalName::empty;
+    add(r);
+    r = {};
+    r.media = Media::jpeg;
+    r.originalName = OriginalName::custom;
+    r.customOriginalName = QString::fromUtf8("\xC3\x89t\xC3\xA9 \xC3\xA0 Paris.jpeg");
+    r.albumTags = {"unicode2"};
+    add(r);
+    r = {};
+    r.albumTags = {"deleted"};
+    add(r);
+    r = {};
+    r.albumTags = {"survivor", "unicode3"};
+    add(r);
+    r = {};
+    r.live = true;
+    r.albumTags = {"pumpkin", "hayride"};
+    add(r);
+    r = {};
+    r.media = Media::video;
+    r.subtype = 102;
+    add(r);
     return list;
 }
 
@@ -196,10 +332,17 @@ ContentBuilder::Recipe ContentBuilder::recentRecipe(int index)
     r.recent = true;
     r.albumTags = {"added"};
     switch (index % 4) {
-    case 0: r.live = true; break;
-    case 1: break;
-    case 2: r.media = Media::video; break;
-    case 3: r.media = Media::png; break;
+    case 0:
+        r.live = true;
+        break;
+    case 1:
+        break;
+    case 2:
+        r.media = Media::video;
+        break;
+    case 3:
+        r.media = Media::png;
+        break;
     }
     if (index == 0)
         r.albumTags << "family";
@@ -285,7 +428,8 @@ void ContentBuilder::buildAlbums(PhoneContent& content)
             if (i % 50 == 25) // every other collection sits one level deeper
                 content.albums.last().parentPK = travel;
         }
-        const QString title = QString("%1 %2").arg(QString::fromLatin1(kGenericWords[m_random.below(std::size(kGenericWords))]))
+        const QString title = QString("%1 %2")
+                                  .arg(QString::fromLatin1(kGenericWords[m_random.below(std::size(kGenericWords))]))
                                   .arg(2019 + m_random.below(7));
         const int64_t parent = m_random.chance(30) ? collection : root;
         m_genericAlbumPKs << addAlbum(content, 2, "Album", title, parent);
@@ -299,7 +443,8 @@ void ContentBuilder::buildAlbums(PhoneContent& content)
 void ContentBuilder::buildAssets(PhoneContent& content, const QList<Recipe>& recipes)
 {
     m_random = m_root.fork(4);
-    const int olderCount = int(std::count_if(recipes.begin(), recipes.end(), [](const Recipe& r) { return !r.recent; }));
+    const int olderCount =
+        int(std::count_if(recipes.begin(), recipes.end(), [](const Recipe& r) { return !r.recent; }));
     const double span = (kLastDate - kFirstDate) / std::max(1, olderCount);
 
     for (int i = 0; i < recipes.size(); ++i) {
@@ -309,7 +454,8 @@ void ContentBuilder::buildAssets(PhoneContent& content, const QList<Recipe>& rec
         asset.uuid = m_random.uuid();
         asset.recent = recipe.recent;
 
-        double date = recipe.recent ? kRecentDate + 97.0 * (i - olderCount) : kFirstDate + span * i + span * 0.8 * m_random.fraction();
+        double date = recipe.recent ? kRecentDate + 97.0 * (i - olderCount)
+                                    : kFirstDate + span * i + span * 0.8 * m_random.fraction();
         date = std::floor(date);
         if (!recipe.integerDate)
             date += double(m_random.below(1000000)) / 1e6;
@@ -320,15 +466,23 @@ void ContentBuilder::buildAssets(PhoneContent& content, const QList<Recipe>& rec
         asset.dateStoredAsInteger = recipe.integerDate;
 
         asset.isVideo = recipe.media == Media::video;
-        asset.kindSubtype = recipe.subtype >= 0 ? recipe.subtype
+        asset.kindSubtype = recipe.subtype >= 0          ? recipe.subtype
                             : recipe.media == Media::png ? 10
                             : recipe.live                ? 2
                                                          : 0;
         switch (recipe.media) {
-        case Media::heic: asset.uniformTypeIdentifier = "public.heic"; break;
-        case Media::jpeg: asset.uniformTypeIdentifier = "public.jpeg"; break;
-        case Media::png: asset.uniformTypeIdentifier = "public.png"; break;
-        case Media::video: asset.uniformTypeIdentifier = "com.apple.quicktime-movie"; break;
+        case Media::heic:
+            asset.uniformTypeIdentifier = "public.heic";
+            break;
+        case Media::jpeg:
+            asset.uniformTypeIdentifier = "public.jpeg";
+            break;
+        case Media::png:
+            asset.uniformTypeIdentifier = "public.png";
+            break;
+        case Media::video:
+            asset.uniformTypeIdentifier = "com.apple.quicktime-movie";
+            break;
         }
         if (recipe.media == Media::video) {
             const bool uhd = m_random.chance(30);
@@ -371,12 +525,18 @@ void ContentBuilder::buildAssets(PhoneContent& content, const QList<Recipe>& rec
         case OriginalName::same:
             asset.originalFilename = asset.filename;
             if (recipe.place == Place::cloud) // kept under its UUID, shot under a camera name
-                asset.originalFilename = QString("IMG_%1.%2").arg(m_random.between(1, 9999), 4, 10, QChar('0'))
+                asset.originalFilename = QString("IMG_%1.%2")
+                                             .arg(m_random.between(1, 9999), 4, 10, QChar('0'))
                                              .arg(asset.filename.section('.', -1));
             break;
-        case OriginalName::none: break;
-        case OriginalName::empty: asset.originalFilename = QString(""); break;
-        case OriginalName::custom: asset.originalFilename = recipe.customOriginalName; break;
+        case OriginalName::none:
+            break;
+        case OriginalName::empty:
+            asset.originalFilename = QString("");
+            break;
+        case OriginalName::custom:
+            asset.originalFilename = recipe.customOriginalName;
+            break;
         }
         const PhoneAsset* source = recipe.duplicateOf >= 0 ? &content.assets[recipe.duplicateOf] : nullptr;
         addFiles(asset, recipe, source);
@@ -389,15 +549,24 @@ void ContentBuilder::nameAsset(PhoneAsset& asset, const Recipe& recipe, const QL
 {
     QString ext;
     switch (recipe.media) {
-    case Media::heic: ext = "HEIC"; break;
-    case Media::jpeg: ext = "JPG"; break;
-    case Media::png: ext = "PNG"; break;
-    case Media::video: ext = "MOV"; break;
+    case Media::heic:
+        ext = "HEIC";
+        break;
+    case Media::jpeg:
+        ext = "JPG";
+        break;
+    case Media::png:
+        ext = "PNG";
+        break;
+    case Media::video:
+        ext = "MOV";
+        break;
     }
     switch (recipe.place) {
     case Place::camera: {
         if (recipe.twinName) {
-            const auto first = std::find_if(recipes.begin(), recipes.end(), [](const Recipe& r) { return r.place == Place::camera; });
+            const auto first =
+                std::find_if(recipes.begin(), recipes.end(), [](const Recipe& r) { return r.place == Place::camera; });
             const PhoneAsset& source = content.assets[first - recipes.begin()];
             const int folder = source.directory.mid(5, 3).toInt();
             asset.directory = QString("DCIM/%1APPLE").arg(folder + 1);
@@ -434,7 +603,8 @@ void ContentBuilder::addFiles(PhoneAsset& asset, const Recipe& recipe, const Pho
     DeterministicRandom& random = m_random;
     const double date = asset.dateCreated.value_or(kFirstDate);
     const uint64_t key = uint64_t(asset.pk) << 8;
-    auto file = [&](const QString& component, const QString& path, FileFormat format, int64_t size, uint64_t componentKey) {
+    auto file = [&](const QString& component, const QString& path, FileFormat format, int64_t size,
+                    uint64_t componentKey) {
         MediaFile f;
         f.component = component;
         f.devicePath = path;
@@ -450,15 +620,25 @@ void ContentBuilder::addFiles(PhoneAsset& asset, const Recipe& recipe, const Pho
     FileFormat originalFormat = FileFormat::heic;
     int64_t originalSize = 0;
     switch (recipe.media) {
-    case Media::heic: originalFormat = FileFormat::heic; originalSize = random.between(1200, 3600) * 1000 + random.below(1000); break;
-    case Media::jpeg: originalFormat = FileFormat::jpeg; originalSize = random.between(1800, 4800) * 1000 + random.below(1000); break;
-    case Media::png: originalFormat = FileFormat::png; originalSize = random.between(400, 2600) * 1000 + random.below(1000); break;
+    case Media::heic:
+        originalFormat = FileFormat::heic;
+        originalSize = random.between(1200, 3600) * 1000 + random.below(1000);
+        break;
+    case Media::jpeg:
+        originalFormat = FileFormat::jpeg;
+        originalSize = random.between(1800, 4800) * 1000 + random.below(1000);
+        break;
+    case Media::png:
+        originalFormat = FileFormat::png;
+        originalSize = random.between(400, 2600) * 1000 + random.below(1000);
+        break;
     case Media::video:
         originalFormat = FileFormat::mov;
         originalSize = int64_t(asset.duration * double(random.between(800, 1300)) * 1000.0);
         break;
     }
-    MediaFile original = file("original", "/" + asset.directory + "/" + asset.filename, originalFormat, originalSize, 1);
+    MediaFile original =
+        file("original", "/" + asset.directory + "/" + asset.filename, originalFormat, originalSize, 1);
     original.duration = asset.duration;
     if (duplicateSource && !duplicateSource->files.isEmpty()) {
         const MediaFile& same = duplicateSource->files.first();
@@ -499,7 +679,8 @@ void ContentBuilder::addFiles(PhoneAsset& asset, const Recipe& recipe, const Pho
             render.duration = asset.duration;
             edits << render;
             if (recipe.editedStill)
-                edits << file("edited-still", folder + "FullSizeRender.jpg", FileFormat::jpeg, random.between(1500, 4500) * 1000, 6);
+                edits << file("edited-still", folder + "FullSizeRender.jpg", FileFormat::jpeg,
+                              random.between(1500, 4500) * 1000, 6);
         } else {
             const bool heic = recipe.media == Media::heic && m_generation.rendersEditsAsHeic();
             edits << file("edited", folder + (heic ? "FullSizeRender.heic" : "FullSizeRender.jpg"),
@@ -511,7 +692,8 @@ void ContentBuilder::addFiles(PhoneAsset& asset, const Recipe& recipe, const Pho
                 edits << render;
             }
         }
-        std::sort(edits.begin(), edits.end(), [](const MediaFile& a, const MediaFile& b) { return a.devicePath < b.devicePath; });
+        std::sort(edits.begin(), edits.end(),
+                  [](const MediaFile& a, const MediaFile& b) { return a.devicePath < b.devicePath; });
         asset.files << edits;
     }
 }
@@ -533,8 +715,8 @@ void ContentBuilder::buildMemberships(PhoneContent& content, const QList<Recipe>
     QList<int64_t> pool;
     for (const PhoneAsset& asset : std::as_const(content.assets)) {
         const AssetCategory category = asset.category();
-        if (!asset.recent && category != AssetCategory::sharedAlbum && category != AssetCategory::sharedWithYou
-            && category != AssetCategory::otherLibrary)
+        if (!asset.recent && category != AssetCategory::sharedAlbum && category != AssetCategory::sharedWithYou &&
+            category != AssetCategory::otherLibrary)
             pool << asset.pk;
     }
 
@@ -556,7 +738,8 @@ void ContentBuilder::buildMemberships(PhoneContent& content, const QList<Recipe>
             for (int64_t n = 0; n < count; ++n)
                 add(m_albumsByTag.value(tag), pool[m_random.below(pool.size())], false);
         }
-        const int64_t average = std::max<int64_t>(1, int64_t(pool.size()) * 2 / 5 / std::max<qsizetype>(1, m_genericAlbumPKs.size()));
+        const int64_t average =
+            std::max<int64_t>(1, int64_t(pool.size()) * 2 / 5 / std::max<qsizetype>(1, m_genericAlbumPKs.size()));
         for (int64_t album : std::as_const(m_genericAlbumPKs)) {
             const int64_t count = m_random.between(1, 2 * average);
             for (int64_t n = 0; n < count; ++n)
@@ -574,8 +757,8 @@ void ContentBuilder::buildMemberships(PhoneContent& content, const QList<Recipe>
     // …and one item of the camera roll moved to Recently Deleted.
     for (qsizetype i = content.assets.size() - 1; i >= 0; --i) {
         PhoneAsset& asset = content.assets[i];
-        if (!asset.recent && asset.category() == AssetCategory::library && !asset.isHidden
-            && asset.directory.startsWith("DCIM/") && recipes[i].albumTags.isEmpty()) {
+        if (!asset.recent && asset.category() == AssetCategory::library && !asset.isHidden &&
+            asset.directory.startsWith("DCIM/") && recipes[i].albumTags.isEmpty()) {
             asset.isTrashed = true;
             asset.trashedRecently = true;
             asset.trashedDate = kRecentDate + 600.5;
@@ -599,7 +782,8 @@ void ContentBuilder::addUnknownFiles(PhoneContent& content)
         content.unknownFiles << f;
     };
     // Numbers just below the first camera item's are never used by the library.
-    unknown(QString("/DCIM/100APPLE/IMG_%1.JPG").arg(m_firstCameraNumber - 1, 4, 10, QChar('0')), FileFormat::jpeg, 2345678);
+    unknown(QString("/DCIM/100APPLE/IMG_%1.JPG").arg(m_firstCameraNumber - 1, 4, 10, QChar('0')), FileFormat::jpeg,
+            2345678);
     unknown(QString("/DCIM/100APPLE/IMG_%1.AAE").arg(m_firstCameraNumber - 2, 4, 10, QChar('0')), FileFormat::aae, 0);
     unknown("/PhotoData/CPLAssets/group1/" + random.uuid() + ".JPG", FileFormat::jpeg, 1987654);
 

@@ -42,9 +42,9 @@ private:
         QString customOriginalName;
         bool undated = false;
         bool integerDate = false;
-        int duplicateOf = -1;   // recipe index whose original this one repeats byte for byte
-        bool twinName = false;  // the first camera item's file name, in another camera folder
-        int sameStemAs = -1;    // recipe index of a still whose stem this video shares
+        int duplicateOf = -1;  // recipe index whose original this one repeats byte for byte
+        bool twinName = false; // the first camera item's file name, in another camera folder
+        int sameStemAs = -1;   // recipe index of a still whose stem this video shares
         bool imported = false;
         int sharedAlbum = 0;
         QStringList albumTags;

@@ -26,9 +26,12 @@ void writeWholeFile(const QString& path, const QByteArray& bytes)
 QString modeName(FilesMode mode)
 {
     switch (mode) {
-    case FilesMode::none: return "no media files";
-    case FilesMode::sparse: return "sparse files";
-    case FilesMode::real: return "real files";
+    case FilesMode::none:
+        return "no media files";
+    case FilesMode::sparse:
+        return "sparse files";
+    case FilesMode::real:
+        return "real files";
     }
     return {};
 }
@@ -45,11 +48,16 @@ void DeviceFolderWriter::prepareFolder()
     const QString folder = m_options.outputFolder;
     const QFileInfo info(folder);
     if (info.exists() && !info.isDir())
-        throw MkdeviceError::output(QStringLiteral("“%1” is a file, not a folder; give a new or empty folder.").arg(folder));
+        throw MkdeviceError::output(
+            QStringLiteral("“%1” is a file, not a folder; give a new or empty folder.").arg(folder));
     if (info.exists() && !QDir(folder).isEmpty(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot))
-        throw MkdeviceError::output(QStringLiteral("The folder “%1” is not empty; give a new or empty folder, so that nothing in it is overwritten.").arg(folder));
+        throw MkdeviceError::output(
+            QStringLiteral(
+                "The folder “%1” is not empty; give a new or empty folder, so that nothing in it is overwritten.")
+                .arg(folder));
     if (!QDir().mkpath(folder + "/media/PhotoData"))
-        throw MkdeviceError::output(QStringLiteral("Could not create the folder “%1”.").arg(folder + "/media/PhotoData"));
+        throw MkdeviceError::output(
+            QStringLiteral("Could not create the folder “%1”.").arg(folder + "/media/PhotoData"));
 }
 
 void DeviceFolderWriter::write()
@@ -80,14 +88,15 @@ void DeviceFolderWriter::write()
         m_progress << "Writing " << list.size() << " media files of " << content.assets.size() << " items…\n";
         m_progress.flush();
         int shown = 0;
-        written = MediaWriter::writeAll(media, m_options.files, !m_options.answerKeyPath.isEmpty(), list, [&](qsizetype done) {
-            const int percent = list.isEmpty() ? 100 : int(done * 100 / list.size());
-            if (list.size() >= 5000 && percent / 10 > shown / 10 && percent < 100) {
-                shown = percent;
-                m_progress << "  " << percent << "% (" << done << " of " << list.size() << " files)\n";
-                m_progress.flush();
-            }
-        });
+        written = MediaWriter::writeAll(
+            media, m_options.files, !m_options.answerKeyPath.isEmpty(), list, [&](qsizetype done) {
+                const int percent = list.isEmpty() ? 100 : int(done * 100 / list.size());
+                if (list.size() >= 5000 && percent / 10 > shown / 10 && percent < 100) {
+                    shown = percent;
+                    m_progress << "  " << percent << "% (" << done << " of " << list.size() << " files)\n";
+                    m_progress.flush();
+                }
+            });
     }
 
     m_progress << "Writing the Photos database…\n";
@@ -103,14 +112,16 @@ void DeviceFolderWriter::write()
     device["connection"] = "USB";
     device["listedTwice"] = false;
     device["faults"] = QJsonObject();
-    writeWholeFile(QDir(m_options.outputFolder).filePath("device.json"), QJsonDocument(device).toJson(QJsonDocument::Indented));
+    writeWholeFile(QDir(m_options.outputFolder).filePath("device.json"),
+                   QJsonDocument(device).toJson(QJsonDocument::Indented));
 
     if (!m_options.answerKeyPath.isEmpty())
         writeWholeFile(m_options.answerKeyPath, AnswerKey::toJson(generation, content, files));
 
-    const qsizetype albums = std::count_if(content.albums.begin(), content.albums.end(), [](const PhoneAlbum& a) { return a.kind == 2; });
+    const qsizetype albums =
+        std::count_if(content.albums.begin(), content.albums.end(), [](const PhoneAlbum& a) { return a.kind == 2; });
     m_out << "Wrote “" << m_options.outputFolder << "”: " << m_options.productType << " with " << generation.id << " ("
-          << m_options.version << "), " << content.assets.size() << " items, " << albums << " albums, "
-          << written.files << " files of " << QLocale::c().formattedDataSize(written.bytes, 1, QLocale::DataSizeSIFormat)
-          << " (" << modeName(m_options.files) << ").\n";
+          << m_options.version << "), " << content.assets.size() << " items, " << albums << " albums, " << written.files
+          << " files of " << QLocale::c().formattedDataSize(written.bytes, 1, QLocale::DataSizeSIFormat) << " ("
+          << modeName(m_options.files) << ").\n";
 }

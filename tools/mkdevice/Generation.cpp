@@ -119,14 +119,10 @@ bool isBefore17_6(const QString& version)
 const QList<Generation>& Generation::all()
 {
     static const QList<Generation> generations = {
-        {"ios12", 12, "12.5.7", "iPhone8,1", 12310},
-        {"ios13", 13, "13.7", "iPhone10,4", 13703},
-        {"ios14", 14, "14.8.1", "iPhone12,1", 14208},
-        {"ios15", 15, "15.8.3", "iPhone13,2", 15331},
-        {"ios16", 16, "16.7.10", "iPhone14,5", 16502},
-        {"ios17", 17, "17.6.1", "iPhone15,2", 17600},
-        {"ios18", 18, "18.6.2", "iPhone16,1", 18600},
-        {"ios26", 26, "26.1", "iPhone17,1", 19320},
+        {"ios12", 12, "12.5.7", "iPhone8,1", 12310},   {"ios13", 13, "13.7", "iPhone10,4", 13703},
+        {"ios14", 14, "14.8.1", "iPhone12,1", 14208},  {"ios15", 15, "15.8.3", "iPhone13,2", 15331},
+        {"ios16", 16, "16.7.10", "iPhone14,5", 16502}, {"ios17", 17, "17.6.1", "iPhone15,2", 17600},
+        {"ios18", 18, "18.6.2", "iPhone16,1", 18600},  {"ios26", 26, "26.1", "iPhone17,1", 19320},
     };
     return generations;
 }
@@ -137,8 +133,8 @@ const Generation& Generation::named(const QString& id)
         if (generation.id == id)
             return generation;
     }
-    throw MkdeviceError::usage(QStringLiteral("“%1” is not a generation this tool knows; use one of %2.")
-                                   .arg(id, ids().join(", ")));
+    throw MkdeviceError::usage(
+        QStringLiteral("“%1” is not a generation this tool knows; use one of %2.").arg(id, ids().join(", ")));
 }
 
 QStringList Generation::ids()

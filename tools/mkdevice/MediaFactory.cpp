@@ -14,10 +14,7 @@
 
 namespace {
 
-void put16(QByteArray& out, uint32_t v)
-{
-    out.append(char(v >> 8)).append(char(v));
-}
+void put16(QByteArray& out, uint32_t v) { out.append(char(v >> 8)).append(char(v)); }
 
 void put32(QByteArray& out, uint32_t v)
 {
@@ -43,19 +40,19 @@ QByteArray fullBox(const char* type, uint8_t version, uint32_t flags, const QByt
 QByteArray hvcC()
 {
     QByteArray c;
-    c.append(char(1));           // configurationVersion
-    c.append(char(0x01));        // profile space 0, tier 0, profile Main
-    put32(c, 0x60000000);        // profile compatibility
+    c.append(char(1));                             // configurationVersion
+    c.append(char(0x01));                          // profile space 0, tier 0, profile Main
+    put32(c, 0x60000000);                          // profile compatibility
     c.append(QByteArray::fromHex("900000000000")); // constraint indicators
-    c.append(char(0x5A));        // level 3
-    put16(c, 0xF000);            // min spatial segmentation
-    c.append(char(0xFC));        // parallelism
-    c.append(char(0xFD));        // chroma 4:2:0
-    c.append(char(0xF8));        // luma bit depth 8
-    c.append(char(0xF8));        // chroma bit depth 8
-    put16(c, 0);                 // average frame rate
-    c.append(char(0x0F));        // NAL length size 4
-    c.append(char(0));           // no parameter set arrays
+    c.append(char(0x5A));                          // level 3
+    put16(c, 0xF000);                              // min spatial segmentation
+    c.append(char(0xFC));                          // parallelism
+    c.append(char(0xFD));                          // chroma 4:2:0
+    c.append(char(0xF8));                          // luma bit depth 8
+    c.append(char(0xF8));                          // chroma bit depth 8
+    put16(c, 0);                                   // average frame rate
+    c.append(char(0x0F));                          // NAL length size 4
+    c.append(char(0));                             // no parameter set arrays
     return box("hvcC", c);
 }
 
@@ -100,8 +97,8 @@ QByteArray encode(const QImage& image, const char* format, int quality)
     QImageWriter writer(&buffer, format);
     writer.setQuality(quality);
     if (!writer.write(image))
-        throw std::runtime_error("could not encode an image as " + std::string(format) + ": "
-                                 + writer.errorString().toStdString());
+        throw std::runtime_error("could not encode an image as " + std::string(format) + ": " +
+                                 writer.errorString().toStdString());
     return bytes;
 }
 
@@ -197,7 +194,8 @@ QByteArray MediaFactory::jpeg(const MediaFile& file, FilesMode mode)
         return withComment(m_sparseJpegTemplate, file.contentKey);
     }
     // A thumbnail shows the same picture as its item's original.
-    const uint64_t pictureKey = file.format == FileFormat::thumbnail ? (file.contentKey & ~uint64_t(0xFF)) | 1 : file.contentKey;
+    const uint64_t pictureKey =
+        file.format == FileFormat::thumbnail ? (file.contentKey & ~uint64_t(0xFF)) | 1 : file.contentKey;
     const QSize size = file.format == FileFormat::thumbnail ? QSize(file.width, file.height) : pictureSize(file, 96);
     return withComment(encode(picture(pictureKey, size.width(), size.height()), "jpeg", 85), file.contentKey);
 }
@@ -212,7 +210,8 @@ QByteArray MediaFactory::png(const MediaFile& file, FilesMode mode)
 QByteArray MediaFactory::heic(const MediaFile& file, FilesMode mode)
 {
     const QByteArray ftyp = box("ftyp", QByteArray("heic") + QByteArray(4, '\0') + "mif1" + "MiHE" + "miaf" + "heic");
-    const QByteArray payload = codedData(file.contentKey, mode == FilesMode::sparse ? 96 : 700 + int(file.contentKey % 900));
+    const QByteArray payload =
+        codedData(file.contentKey, mode == FilesMode::sparse ? 96 : 700 + int(file.contentKey % 900));
 
     auto meta = [&](uint32_t dataOffset, uint32_t dataLength) {
         QByteArray hdlr;
@@ -223,10 +222,10 @@ QByteArray MediaFactory::heic(const MediaFile& file, FilesMode mode)
         put16(pitm, 1);
         QByteArray iloc;
         iloc.append(char(0x44)).append(char(0x00)); // 4-byte offsets and lengths, no base offset
-        put16(iloc, 1);                              // one item
-        put16(iloc, 1);                              // item 1
-        put16(iloc, 0);                              // in this file
-        put16(iloc, 1);                              // one extent
+        put16(iloc, 1);                             // one item
+        put16(iloc, 1);                             // item 1
+        put16(iloc, 0);                             // in this file
+        put16(iloc, 1);                             // one extent
         put32(iloc, dataOffset);
         put32(iloc, dataLength);
         QByteArray infe;
@@ -243,9 +242,11 @@ QByteArray MediaFactory::heic(const MediaFile& file, FilesMode mode)
         put32(ipma, 1);
         put16(ipma, 1);
         ipma.append(char(2)).append(char(0x81)).append(char(0x02)); // hvcC (essential), ispe
-        const QByteArray iprp = box("iprp", box("ipco", hvcC() + fullBox("ispe", 0, 0, ispe)) + fullBox("ipma", 0, 0, ipma));
-        return fullBox("meta", 0, 0, fullBox("hdlr", 0, 0, hdlr) + fullBox("pitm", 0, 0, pitm)
-                                         + fullBox("iloc", 0, 0, iloc) + fullBox("iinf", 0, 0, iinf) + iprp);
+        const QByteArray iprp =
+            box("iprp", box("ipco", hvcC() + fullBox("ispe", 0, 0, ispe)) + fullBox("ipma", 0, 0, ipma));
+        return fullBox("meta", 0, 0,
+                       fullBox("hdlr", 0, 0, hdlr) + fullBox("pitm", 0, 0, pitm) + fullBox("iloc", 0, 0, iloc) +
+                           fullBox("iinf", 0, 0, iinf) + iprp);
     };
 
     const int headerSize = int(ftyp.size() + meta(0, 0).size()) + 8;
@@ -266,8 +267,10 @@ QByteArray MediaFactory::mov(const MediaFile& file, FilesMode mode)
     const uint32_t created = uint32_t(int64_t(file.date) + 3061152000ll);
     const int width = file.width > 0 ? file.width : 1920;
     const int height = file.height > 0 ? file.height : 1080;
-    const QByteArray payload = codedData(file.contentKey, mode == FilesMode::sparse ? 128 : 900 + int(file.contentKey % 1200));
-    const QByteArray matrix = QByteArray::fromHex("000100000000000000000000000000000001000000000000000000000000000040000000");
+    const QByteArray payload =
+        codedData(file.contentKey, mode == FilesMode::sparse ? 128 : 900 + int(file.contentKey % 1200));
+    const QByteArray matrix =
+        QByteArray::fromHex("000100000000000000000000000000000001000000000000000000000000000040000000");
 
     auto moov = [&](uint32_t dataOffset, uint32_t dataLength) {
         QByteArray mvhd;
@@ -357,12 +360,14 @@ QByteArray MediaFactory::mov(const MediaFile& file, FilesMode mode)
         QByteArray stco;
         put32(stco, 1);
         put32(stco, dataOffset);
-        const QByteArray stbl = box("stbl", fullBox("stsd", 0, 0, stsd) + fullBox("stts", 0, 0, stts)
-                                                + fullBox("stsc", 0, 0, stsc) + fullBox("stsz", 0, 0, stsz)
-                                                + fullBox("stco", 0, 0, stco));
-        const QByteArray minf = box("minf", fullBox("vmhd", 0, 1, vmhd) + handler("dhlr", "url ", "Core Media Data Handler")
-                                                + box("dinf", fullBox("dref", 0, 0, dref)) + stbl);
-        const QByteArray mdia = box("mdia", fullBox("mdhd", 0, 0, mdhd) + handler("mhlr", "vide", "Core Media Video") + minf);
+        const QByteArray stbl =
+            box("stbl", fullBox("stsd", 0, 0, stsd) + fullBox("stts", 0, 0, stts) + fullBox("stsc", 0, 0, stsc) +
+                            fullBox("stsz", 0, 0, stsz) + fullBox("stco", 0, 0, stco));
+        const QByteArray minf =
+            box("minf", fullBox("vmhd", 0, 1, vmhd) + handler("dhlr", "url ", "Core Media Data Handler") +
+                            box("dinf", fullBox("dref", 0, 0, dref)) + stbl);
+        const QByteArray mdia =
+            box("mdia", fullBox("mdhd", 0, 0, mdhd) + handler("mhlr", "vide", "Core Media Video") + minf);
         const QByteArray trak = box("trak", fullBox("tkhd", 0, 3, tkhd) + mdia);
         return box("moov", fullBox("mvhd", 0, 0, mvhd) + trak);
     };
@@ -378,10 +383,7 @@ QByteArray MediaFactory::mov(const MediaFile& file, FilesMode mode)
     return out;
 }
 
-QByteArray MediaFactory::aae(const MediaFile& file)
-{
-    return serialise(adjustmentDictionary(file).get(), false);
-}
+QByteArray MediaFactory::aae(const MediaFile& file) { return serialise(adjustmentDictionary(file).get(), false); }
 
 QByteArray MediaFactory::adjustments(const MediaFile& file)
 {

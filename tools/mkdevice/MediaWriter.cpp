@@ -18,7 +18,8 @@ namespace {
 
 MkdeviceError writeError(const QString& path, int error)
 {
-    return MkdeviceError::output(QStringLiteral("Could not write “%1”: %2.").arg(path, QString::fromLocal8Bit(std::strerror(error))));
+    return MkdeviceError::output(
+        QStringLiteral("Could not write “%1”: %2.").arg(path, QString::fromLocal8Bit(std::strerror(error))));
 }
 
 // SHA-256 of `head` followed by zeros up to `size` bytes: the contents of a sparse file,
@@ -108,7 +109,8 @@ void MediaWriter::write(MediaFile& file)
     }
 }
 
-MediaWriter::Totals MediaWriter::writeAll(const QString& mediaRoot, FilesMode mode, bool hash, const QList<MediaFile*>& files,
+MediaWriter::Totals MediaWriter::writeAll(const QString& mediaRoot, FilesMode mode, bool hash,
+                                          const QList<MediaFile*>& files,
                                           const std::function<void(qsizetype)>& progress)
 {
     // One thread: creating files is the work at scale, and threads creating files on one

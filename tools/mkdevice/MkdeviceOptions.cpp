@@ -8,17 +8,15 @@
 
 namespace {
 
-MkdeviceError usage(const QString& text)
-{
-    return MkdeviceError::usage(text + " See “ombrelo-mkdevice --help”.");
-}
+MkdeviceError usage(const QString& text) { return MkdeviceError::usage(text + " See “ombrelo-mkdevice --help”."); }
 
 int parseCount(const QString& option, const QString& value, int maximum)
 {
     bool ok = false;
     const int count = value.toInt(&ok);
     if (!ok || count < 0 || count > maximum)
-        throw usage(QStringLiteral("%1 takes a whole number from 0 to %2, not “%3”.").arg(option).arg(maximum).arg(value));
+        throw usage(
+            QStringLiteral("%1 takes a whole number from 0 to %2, not “%3”.").arg(option).arg(maximum).arg(value));
     return count;
 }
 
@@ -45,8 +43,8 @@ MkdeviceOptions MkdeviceOptions::parse(const QStringList& arguments)
 {
     MkdeviceOptions options;
     std::optional<int> albums;
-    const QStringList valued = {"--generation", "--assets", "--albums", "--seed", "--name", "--udid",
-                                "--product-type", "--version", "--answer-key", "--files"};
+    const QStringList valued = {"--generation", "--assets",       "--albums",  "--seed",       "--name",
+                                "--udid",       "--product-type", "--version", "--answer-key", "--files"};
 
     for (int i = 0; i < arguments.size(); ++i) {
         QString argument = arguments[i];
@@ -88,7 +86,8 @@ MkdeviceOptions MkdeviceOptions::parse(const QStringList& arguments)
             bool ok = false;
             options.seed = value.toULongLong(&ok);
             if (!ok)
-                throw usage(QStringLiteral("--seed takes a whole number from 0 to 18446744073709551615, not “%1”.").arg(value));
+                throw usage(
+                    QStringLiteral("--seed takes a whole number from 0 to 18446744073709551615, not “%1”.").arg(value));
         } else if (option == "--name") {
             if (value.trimmed().isEmpty())
                 throw usage(QStringLiteral("--name needs a name that is not empty."));
@@ -96,12 +95,17 @@ MkdeviceOptions MkdeviceOptions::parse(const QStringList& arguments)
         } else if (option == "--udid") {
             static const QRegularExpression pattern("^([0-9A-Fa-f]{40}|[0-9A-Fa-f]{8}-[0-9A-Fa-f]{16})$");
             if (!pattern.match(value).hasMatch())
-                throw usage(QStringLiteral("--udid takes 40 hexadecimal digits (or the newer form 00008101-001A2B3C4D5E6F70), not “%1”.").arg(value));
+                throw usage(
+                    QStringLiteral(
+                        "--udid takes 40 hexadecimal digits (or the newer form 00008101-001A2B3C4D5E6F70), not “%1”.")
+                        .arg(value));
             options.udid = value;
         } else if (option == "--product-type") {
             static const QRegularExpression pattern("^(iPhone|iPad|iPod)[0-9]+,[0-9]+$");
             if (!pattern.match(value).hasMatch())
-                throw usage(QStringLiteral("--product-type takes a model identifier such as iPhone17,1 or iPad13,4, not “%1”.").arg(value));
+                throw usage(
+                    QStringLiteral("--product-type takes a model identifier such as iPhone17,1 or iPad13,4, not “%1”.")
+                        .arg(value));
             options.productType = value;
         } else if (option == "--version") {
             options.version = value;
@@ -124,8 +128,10 @@ MkdeviceOptions MkdeviceOptions::parse(const QStringList& arguments)
         static const QRegularExpression pattern("^([0-9]+)(\\.[0-9]+){1,2}$");
         const QRegularExpressionMatch match = pattern.match(options.version);
         if (!match.hasMatch() || match.captured(1).toInt() != generation.major)
-            throw usage(QStringLiteral("The version “%1” does not belong to %2; give a version such as %3, or leave --version out.")
-                            .arg(options.version, generation.id, generation.defaultVersion));
+            throw usage(
+                QStringLiteral(
+                    "The version “%1” does not belong to %2; give a version such as %3, or leave --version out.")
+                    .arg(options.version, generation.id, generation.defaultVersion));
     }
     if (options.productType.isEmpty())
         options.productType = generation.defaultProductType;

@@ -167,8 +167,8 @@ public:
             names << column.name;
             marks << "?";
         }
-        Statement statement =
-            connection.prepare("INSERT INTO " + m_name + " (" + names.join(", ") + ") VALUES (" + marks.join(", ") + ")");
+        Statement statement = connection.prepare("INSERT INTO " + m_name + " (" + names.join(", ") + ") VALUES (" +
+                                                 marks.join(", ") + ")");
         for (const Row* row : rows) {
             for (int i = 0; i < m_columns.size(); ++i)
                 connection.bind(statement.get(), i + 1, m_columns[i].value(*row));
@@ -302,30 +302,37 @@ void PhotosDatabaseWriter::write(const QString& path, const PhoneContent& conten
         always<AssetRow>("Z_ENT", kInteger, [&](const AssetRow&) { return Cell(assetEntity); }),
         always<AssetRow>("Z_OPT", kInteger, [](const AssetRow& r) { return Cell(r.trashed ? 4 : 3); }),
         from<AssetRow>(16, "ZACTIVELIBRARYSCOPEPARTICIPATIONSTATE", kInteger, [](const AssetRow&) { return Cell(0); }),
-        from<AssetRow>(18, "ZADJUSTMENTSSTATE", kInteger, [](const AssetRow& r) { return Cell(r.asset->adjustmentsState); }),
+        from<AssetRow>(18, "ZADJUSTMENTSSTATE", kInteger,
+                       [](const AssetRow& r) { return Cell(r.asset->adjustmentsState); }),
         always<AssetRow>("ZAVALANCHEPICKTYPE", kInteger, [](const AssetRow&) { return Cell(0); }),
         from<AssetRow>(15, "ZBUNDLESCOPE", kInteger, [](const AssetRow& r) { return Cell(r.asset->bundleScope); }),
         always<AssetRow>("ZCLOUDDELETESTATE", kInteger, [](const AssetRow&) { return Cell(0); }),
-        always<AssetRow>("ZCLOUDLOCALSTATE", kInteger, [](const AssetRow& r) { return Cell(r.asset->cloudAssetGUID ? 1 : 0); }),
-        until<AssetRow>(18, "ZCLOUDPLACEHOLDERKIND", kInteger, [](const AssetRow& r) { return Cell(r.asset->onDevice ? 0 : 3); }),
+        always<AssetRow>("ZCLOUDLOCALSTATE", kInteger,
+                         [](const AssetRow& r) { return Cell(r.asset->cloudAssetGUID ? 1 : 0); }),
+        until<AssetRow>(18, "ZCLOUDPLACEHOLDERKIND", kInteger,
+                        [](const AssetRow& r) { return Cell(r.asset->onDevice ? 0 : 3); }),
         always<AssetRow>("ZCOMPLETE", kInteger, [](const AssetRow&) { return Cell(1); }),
         always<AssetRow>("ZDEFERREDPROCESSINGNEEDED", kInteger, [](const AssetRow&) { return Cell(0); }),
         until<AssetRow>(13, "ZDEPTHSTATES", kInteger, [](const AssetRow&) { return Cell(0); }),
         from<AssetRow>(14, "ZDEPTHTYPE", kInteger, [](const AssetRow&) { return Cell(0); }),
         from<AssetRow>(16, "ZDUPLICATEASSETVISIBILITYSTATE", kInteger, [](const AssetRow&) { return Cell(0); }),
         always<AssetRow>("ZFAVORITE", kInteger, [](const AssetRow& r) { return Cell(r.asset->isFavorite); }),
-        until<AssetRow>(17, "ZHASADJUSTMENTS", kInteger, [](const AssetRow& r) { return Cell(r.asset->hasAdjustments); }),
+        until<AssetRow>(17, "ZHASADJUSTMENTS", kInteger,
+                        [](const AssetRow& r) { return Cell(r.asset->hasAdjustments); }),
         from<AssetRow>(15, "ZHDRTYPE", kInteger, [](const AssetRow&) { return Cell(0); }),
         always<AssetRow>("ZHEIGHT", kInteger, [](const AssetRow& r) { return Cell(r.asset->height); }),
         always<AssetRow>("ZHIDDEN", kInteger, [](const AssetRow& r) { return Cell(r.asset->isHidden); }),
-        from<AssetRow>(18, "ZISDETECTEDSCREENSHOT", kInteger, [](const AssetRow& r) { return Cell(r.asset->kindSubtype == 10); }),
+        from<AssetRow>(18, "ZISDETECTEDSCREENSHOT", kInteger,
+                       [](const AssetRow& r) { return Cell(r.asset->kindSubtype == 10); }),
         from<AssetRow>(18, "ZISRECENTLYSAVED", kInteger, [](const AssetRow&) { return Cell(0); }),
         always<AssetRow>("ZKIND", kInteger, [](const AssetRow& r) { return Cell(r.asset->isVideo ? 1 : 0); }),
         always<AssetRow>("ZKINDSUBTYPE", kInteger, [](const AssetRow& r) { return Cell(r.asset->kindSubtype); }),
         from<AssetRow>(16, "ZLIBRARYSCOPESHARESTATE", kInteger, [](const AssetRow&) { return Cell(0); }),
         always<AssetRow>("ZORIENTATION", kInteger, [](const AssetRow&) { return Cell(1); }),
         always<AssetRow>("ZPLAYBACKSTYLE", kInteger,
-                         [](const AssetRow& r) { return Cell(r.asset->isVideo ? 4 : r.asset->isLivePhoto() ? 3 : 1); }),
+                         [](const AssetRow& r) {
+                             return Cell(r.asset->isVideo ? 4 : r.asset->isLivePhoto() ? 3 : 1);
+                         }),
         always<AssetRow>("ZPLAYBACKVARIATION", kInteger, [](const AssetRow&) { return Cell(0); }),
         always<AssetRow>("ZSAVEDASSETTYPE", kInteger, [](const AssetRow& r) { return Cell(r.asset->savedAssetType); }),
         from<AssetRow>(17, "ZSPATIALTYPE", kInteger, [](const AssetRow&) { return Cell(0); }),
@@ -345,22 +352,31 @@ void PhotosDatabaseWriter::write(const QString& path, const PhoneContent& conten
         from<AssetRow>(16, "ZTRASHEDBYPARTICIPANT", kInteger, [](const AssetRow&) { return null; }),
         until<AssetRow>(13, "Z_FOK_IMPORTSESSION", kInteger,
                         [](const AssetRow& r) { return r.asset->importSessionPK ? Cell(r.asset->pk * 1024) : null; }),
-        always<AssetRow>("ZADDEDDATE", kTimestamp,
-                         [](const AssetRow& r) { return r.asset->dateCreated ? Cell(*r.asset->dateCreated + 61.5) : null; }),
-        always<AssetRow>("ZADJUSTMENTTIMESTAMP", kTimestamp, [](const AssetRow& r) { return Cell(r.asset->adjustmentTimestamp); }),
-        always<AssetRow>("ZCLOUDBATCHPUBLISHDATE", kTimestamp, [](const AssetRow& r) {
-            return r.asset->savedAssetType == 4 && r.asset->dateCreated ? Cell(*r.asset->dateCreated + 86400.0) : null;
-        }),
+        always<AssetRow>(
+            "ZADDEDDATE", kTimestamp,
+            [](const AssetRow& r) { return r.asset->dateCreated ? Cell(*r.asset->dateCreated + 61.5) : null; }),
+        always<AssetRow>("ZADJUSTMENTTIMESTAMP", kTimestamp,
+                         [](const AssetRow& r) { return Cell(r.asset->adjustmentTimestamp); }),
+        always<AssetRow>("ZCLOUDBATCHPUBLISHDATE", kTimestamp,
+                         [](const AssetRow& r) {
+                             return r.asset->savedAssetType == 4 && r.asset->dateCreated
+                                        ? Cell(*r.asset->dateCreated + 86400.0)
+                                        : null;
+                         }),
         always<AssetRow>("ZDATECREATED", kTimestamp, [](const AssetRow& r) { return dateCell(*r.asset); }),
         always<AssetRow>("ZDURATION", kFloat, [](const AssetRow& r) { return Cell(r.asset->duration); }),
         from<AssetRow>(17, "ZICONICSCORE", kFloat, [](const AssetRow&) { return Cell(0.0); }),
         always<AssetRow>("ZLATITUDE", kFloat, [](const AssetRow& r) { return Cell(latitudeOf(*r.asset)); }),
         always<AssetRow>("ZLONGITUDE", kFloat, [](const AssetRow& r) { return Cell(longitudeOf(*r.asset)); }),
-        always<AssetRow>("ZMODIFICATIONDATE", kTimestamp, [](const AssetRow& r) {
-            return r.asset->adjustmentTimestamp ? Cell(*r.asset->adjustmentTimestamp) : dateCell(*r.asset);
-        }),
-        always<AssetRow>("ZSORTTOKEN", kFloat, [](const AssetRow& r) { return Cell(r.asset->dateCreated.value_or(0.0)); }),
-        always<AssetRow>("ZTRASHEDDATE", kTimestamp, [](const AssetRow& r) { return r.trashed ? Cell(r.asset->trashedDate) : null; }),
+        always<AssetRow>("ZMODIFICATIONDATE", kTimestamp,
+                         [](const AssetRow& r) {
+                             return r.asset->adjustmentTimestamp ? Cell(*r.asset->adjustmentTimestamp)
+                                                                 : dateCell(*r.asset);
+                         }),
+        always<AssetRow>("ZSORTTOKEN", kFloat,
+                         [](const AssetRow& r) { return Cell(r.asset->dateCreated.value_or(0.0)); }),
+        always<AssetRow>("ZTRASHEDDATE", kTimestamp,
+                         [](const AssetRow& r) { return r.trashed ? Cell(r.asset->trashedDate) : null; }),
         always<AssetRow>("ZAVALANCHEUUID", kVarchar, [](const AssetRow&) { return null; }),
         from<AssetRow>(18, "ZCAPTURESESSIONIDENTIFIER", kVarchar, [](const AssetRow&) { return null; }),
         always<AssetRow>("ZCLOUDASSETGUID", kVarchar, [](const AssetRow& r) { return Cell(r.asset->cloudAssetGUID); }),
@@ -368,14 +384,16 @@ void PhotosDatabaseWriter::write(const QString& path, const PhoneContent& conten
         always<AssetRow>("ZDIRECTORY", kVarchar, [](const AssetRow& r) { return Cell(r.asset->directory); }),
         always<AssetRow>("ZFILENAME", kVarchar, [](const AssetRow& r) { return Cell(r.asset->filename); }),
         always<AssetRow>("ZMEDIAGROUPUUID", kVarchar, [](const AssetRow& r) { return Cell(r.asset->mediaGroupUUID); }),
-        always<AssetRow>("ZUNIFORMTYPEIDENTIFIER", kVarchar, [](const AssetRow& r) { return Cell(r.asset->uniformTypeIdentifier); }),
+        always<AssetRow>("ZUNIFORMTYPEIDENTIFIER", kVarchar,
+                         [](const AssetRow& r) { return Cell(r.asset->uniformTypeIdentifier); }),
         always<AssetRow>("ZUUID", kVarchar, [](const AssetRow& r) { return Cell(r.asset->uuid); }),
         from<AssetRow>(18, "ZLOCATIONDATA", kBlob, [](const AssetRow&) { return null; }),
     };
 
     const QList<Column<PhoneAsset>> attributeColumns = {
         always<PhoneAsset>("Z_PK", "INTEGER PRIMARY KEY", [](const PhoneAsset& a) { return Cell(a.pk); }),
-        always<PhoneAsset>("Z_ENT", kInteger, [&](const PhoneAsset&) { return Cell(ent("AdditionalAssetAttributes")); }),
+        always<PhoneAsset>("Z_ENT", kInteger,
+                           [&](const PhoneAsset&) { return Cell(ent("AdditionalAssetAttributes")); }),
         always<PhoneAsset>("Z_OPT", kInteger, [](const PhoneAsset&) { return Cell(2); }),
         always<PhoneAsset>("ZORIGINALFILESIZE", kInteger, [](const PhoneAsset& a) { return Cell(a.fileSize); }),
         always<PhoneAsset>("ZORIGINALHEIGHT", kInteger, [](const PhoneAsset& a) { return Cell(a.height); }),
@@ -384,22 +402,30 @@ void PhotosDatabaseWriter::write(const QString& path, const PhoneContent& conten
         always<PhoneAsset>("ZTIMEZONEOFFSET", kInteger, [](const PhoneAsset&) { return Cell(3600); }),
         always<PhoneAsset>("ZASSET", kInteger, [](const PhoneAsset& a) { return Cell(a.pk); }),
         // Up to iOS 13 a to-one relationship into the GenericAsset hierarchy also records the entity.
-        until<PhoneAsset>(13, QString("Z%1_ASSET").arg(assetRelationEntity), kInteger, [&](const PhoneAsset&) { return Cell(assetEntity); }),
+        until<PhoneAsset>(13, QString("Z%1_ASSET").arg(assetRelationEntity), kInteger,
+                          [&](const PhoneAsset&) { return Cell(assetEntity); }),
         always<PhoneAsset>("ZALTERNATEIMPORTIMAGEDATE", kTimestamp, [](const PhoneAsset&) { return null; }),
-        until<PhoneAsset>(14, "ZCREATORBUNDLEID", kVarchar, [](const PhoneAsset& a) {
-            return Cell(a.importSessionPK ? QString("com.apple.mobileslideshow") : QString("com.apple.camera"));
-        }),
-        always<PhoneAsset>("ZEXIFTIMESTAMPSTRING", kVarchar, [](const PhoneAsset& a) { return exifTimestamp(a.dateCreated); }),
-        from<PhoneAsset>(15, "ZIMPORTEDBYBUNDLEIDENTIFIER", kVarchar, [](const PhoneAsset& a) {
-            return Cell(a.importSessionPK ? QString("com.apple.mobileslideshow") : QString("com.apple.camera"));
-        }),
-        from<PhoneAsset>(15, "ZIMPORTEDBYDISPLAYNAME", kVarchar, [](const PhoneAsset& a) {
-            return Cell(a.importSessionPK ? QString("Photos") : QString("Camera"));
-        }),
+        until<PhoneAsset>(14, "ZCREATORBUNDLEID", kVarchar,
+                          [](const PhoneAsset& a) {
+                              return Cell(a.importSessionPK ? QString("com.apple.mobileslideshow")
+                                                            : QString("com.apple.camera"));
+                          }),
+        always<PhoneAsset>("ZEXIFTIMESTAMPSTRING", kVarchar,
+                           [](const PhoneAsset& a) { return exifTimestamp(a.dateCreated); }),
+        from<PhoneAsset>(15, "ZIMPORTEDBYBUNDLEIDENTIFIER", kVarchar,
+                         [](const PhoneAsset& a) {
+                             return Cell(a.importSessionPK ? QString("com.apple.mobileslideshow")
+                                                           : QString("com.apple.camera"));
+                         }),
+        from<PhoneAsset>(
+            15, "ZIMPORTEDBYDISPLAYNAME", kVarchar,
+            [](const PhoneAsset& a) { return Cell(a.importSessionPK ? QString("Photos") : QString("Camera")); }),
         always<PhoneAsset>("ZORIGINALFILENAME", kVarchar, [](const PhoneAsset& a) { return Cell(a.originalFilename); }),
-        from<PhoneAsset>(15, "ZSYNDICATIONIDENTIFIER", kVarchar, [](const PhoneAsset& a) {
-            return a.savedAssetType == 12 || a.bundleScope == 3 ? Cell("swy-" + a.uuid.toLower()) : null;
-        }),
+        from<PhoneAsset>(15, "ZSYNDICATIONIDENTIFIER", kVarchar,
+                         [](const PhoneAsset& a) {
+                             return a.savedAssetType == 12 || a.bundleScope == 3 ? Cell("swy-" + a.uuid.toLower())
+                                                                                 : null;
+                         }),
         always<PhoneAsset>("ZTIMEZONENAME", kVarchar, [](const PhoneAsset&) { return Cell(QString("GMT+0100")); }),
         always<PhoneAsset>("ZTITLE", kVarchar, [](const PhoneAsset&) { return null; }),
     };
@@ -408,9 +434,12 @@ void PhotosDatabaseWriter::write(const QString& path, const PhoneContent& conten
         always<PhoneAlbum>("Z_PK", "INTEGER PRIMARY KEY", [](const PhoneAlbum& a) { return Cell(a.pk); }),
         always<PhoneAlbum>("Z_ENT", kInteger, [&](const PhoneAlbum& a) { return Cell(ent(a.entityName)); }),
         always<PhoneAlbum>("Z_OPT", kInteger, [](const PhoneAlbum&) { return Cell(5); }),
-        always<PhoneAlbum>("ZCACHEDCOUNT", kInteger, [&](const PhoneAlbum& a) { return Cell(photosIn.value(a.pk) + videosIn.value(a.pk)); }),
-        always<PhoneAlbum>("ZCACHEDPHOTOSCOUNT", kInteger, [&](const PhoneAlbum& a) { return Cell(photosIn.value(a.pk)); }),
-        always<PhoneAlbum>("ZCACHEDVIDEOSCOUNT", kInteger, [&](const PhoneAlbum& a) { return Cell(videosIn.value(a.pk)); }),
+        always<PhoneAlbum>("ZCACHEDCOUNT", kInteger,
+                           [&](const PhoneAlbum& a) { return Cell(photosIn.value(a.pk) + videosIn.value(a.pk)); }),
+        always<PhoneAlbum>("ZCACHEDPHOTOSCOUNT", kInteger,
+                           [&](const PhoneAlbum& a) { return Cell(photosIn.value(a.pk)); }),
+        always<PhoneAlbum>("ZCACHEDVIDEOSCOUNT", kInteger,
+                           [&](const PhoneAlbum& a) { return Cell(videosIn.value(a.pk)); }),
         always<PhoneAlbum>("ZCLOUDDELETESTATE", kInteger, [](const PhoneAlbum&) { return Cell(0); }),
         always<PhoneAlbum>("ZCLOUDLOCALSTATE", kInteger, [](const PhoneAlbum&) { return Cell(1); }),
         always<PhoneAlbum>("ZCUSTOMSORTASCENDING", kInteger, [](const PhoneAlbum&) { return Cell(0); }),
@@ -422,31 +451,43 @@ void PhotosDatabaseWriter::write(const QString& path, const PhoneContent& conten
         always<PhoneAlbum>("ZSYNCEVENTORDERKEY", kInteger, [](const PhoneAlbum&) { return Cell(0); }),
         always<PhoneAlbum>("ZTRASHEDSTATE", kInteger, [](const PhoneAlbum& a) { return Cell(a.isTrashed); }),
         always<PhoneAlbum>("ZCUSTOMKEYASSET", kInteger, [](const PhoneAlbum&) { return null; }),
-        until<PhoneAlbum>(13, QString("Z%1_CUSTOMKEYASSET").arg(assetRelationEntity), kInteger, [](const PhoneAlbum&) { return null; }),
+        until<PhoneAlbum>(13, QString("Z%1_CUSTOMKEYASSET").arg(assetRelationEntity), kInteger,
+                          [](const PhoneAlbum&) { return null; }),
         until<PhoneAlbum>(17, "ZKEYASSET", kInteger, [](const PhoneAlbum&) { return null; }),
-        until<PhoneAlbum>(13, QString("Z%1_KEYASSET").arg(assetRelationEntity), kInteger, [](const PhoneAlbum&) { return null; }),
+        until<PhoneAlbum>(13, QString("Z%1_KEYASSET").arg(assetRelationEntity), kInteger,
+                          [](const PhoneAlbum&) { return null; }),
         always<PhoneAlbum>("ZPARENTFOLDER", kInteger, [](const PhoneAlbum& a) { return Cell(a.parentPK); }),
         from<PhoneAlbum>(16, "ZSEARCHINDEXREBUILDSTATE", kInteger, [](const PhoneAlbum&) { return Cell(0); }),
-        always<PhoneAlbum>("ZCLOUDALBUMSUBTYPE", kInteger, [](const PhoneAlbum& a) { return a.kind == 1505 ? Cell(1) : null; }),
-        always<PhoneAlbum>("ZCLOUDMULTIPLECONTRIBUTORSENABLED", kInteger, [](const PhoneAlbum& a) { return a.kind == 1505 ? Cell(1) : null; }),
-        always<PhoneAlbum>("ZCLOUDNOTIFICATIONSENABLED", kInteger, [](const PhoneAlbum& a) { return a.kind == 1505 ? Cell(1) : null; }),
-        always<PhoneAlbum>("ZCLOUDRELATIONSHIPSTATE", kInteger, [](const PhoneAlbum& a) { return a.kind == 1505 ? Cell(2) : null; }),
+        always<PhoneAlbum>("ZCLOUDALBUMSUBTYPE", kInteger,
+                           [](const PhoneAlbum& a) { return a.kind == 1505 ? Cell(1) : null; }),
+        always<PhoneAlbum>("ZCLOUDMULTIPLECONTRIBUTORSENABLED", kInteger,
+                           [](const PhoneAlbum& a) { return a.kind == 1505 ? Cell(1) : null; }),
+        always<PhoneAlbum>("ZCLOUDNOTIFICATIONSENABLED", kInteger,
+                           [](const PhoneAlbum& a) { return a.kind == 1505 ? Cell(1) : null; }),
+        always<PhoneAlbum>("ZCLOUDRELATIONSHIPSTATE", kInteger,
+                           [](const PhoneAlbum& a) { return a.kind == 1505 ? Cell(2) : null; }),
         always<PhoneAlbum>("ZHASUNSEENCONTENT", kInteger, [](const PhoneAlbum&) { return Cell(0); }),
         always<PhoneAlbum>("ZISOWNED", kInteger, [](const PhoneAlbum& a) { return a.kind == 1505 ? Cell(0) : null; }),
         always<PhoneAlbum>("ZUNSEENASSETSCOUNT", kInteger, [](const PhoneAlbum&) { return Cell(0); }),
-        always<PhoneAlbum>("Z_FOK_PARENTFOLDER", kInteger, [](const PhoneAlbum& a) { return a.parentPK ? Cell(a.pk * 1024) : null; }),
+        always<PhoneAlbum>("Z_FOK_PARENTFOLDER", kInteger,
+                           [](const PhoneAlbum& a) { return a.parentPK ? Cell(a.pk * 1024) : null; }),
         always<PhoneAlbum>("ZCREATIONDATE", kTimestamp, [](const PhoneAlbum& a) { return Cell(a.creationDate); }),
         always<PhoneAlbum>("ZENDDATE", kTimestamp, [](const PhoneAlbum&) { return null; }),
         always<PhoneAlbum>("ZSTARTDATE", kTimestamp, [](const PhoneAlbum&) { return null; }),
-        always<PhoneAlbum>("ZTRASHEDDATE", kTimestamp, [](const PhoneAlbum& a) { return a.isTrashed ? Cell(a.creationDate + 86400.0) : null; }),
-        always<PhoneAlbum>("ZCLOUDCREATIONDATE", kTimestamp, [](const PhoneAlbum& a) { return a.kind == 1505 ? Cell(a.creationDate) : null; }),
+        always<PhoneAlbum>("ZTRASHEDDATE", kTimestamp,
+                           [](const PhoneAlbum& a) { return a.isTrashed ? Cell(a.creationDate + 86400.0) : null; }),
+        always<PhoneAlbum>("ZCLOUDCREATIONDATE", kTimestamp,
+                           [](const PhoneAlbum& a) { return a.kind == 1505 ? Cell(a.creationDate) : null; }),
         always<PhoneAlbum>("ZCLOUDGUID", kVarchar, [](const PhoneAlbum& a) { return Cell(a.cloudGUID); }),
-        always<PhoneAlbum>("ZIMPORTSESSIONID", kVarchar, [](const PhoneAlbum& a) { return a.kind == 1506 ? Cell(a.uuid) : null; }),
+        always<PhoneAlbum>("ZIMPORTSESSIONID", kVarchar,
+                           [](const PhoneAlbum& a) { return a.kind == 1506 ? Cell(a.uuid) : null; }),
         from<PhoneAlbum>(15, "ZIMPORTEDBYBUNDLEIDENTIFIER", kVarchar, [](const PhoneAlbum&) { return null; }),
         always<PhoneAlbum>("ZTITLE", kVarchar, [](const PhoneAlbum& a) { return Cell(a.title); }),
         always<PhoneAlbum>("ZUUID", kVarchar, [](const PhoneAlbum& a) { return Cell(a.uuid); }),
-        always<PhoneAlbum>("ZCLOUDOWNERFIRSTNAME", kVarchar, [](const PhoneAlbum& a) { return a.kind == 1505 ? Cell(QString("Alex")) : null; }),
-        always<PhoneAlbum>("ZCLOUDOWNERFULLNAME", kVarchar, [](const PhoneAlbum& a) { return a.kind == 1505 ? Cell(QString("Alex Doe")) : null; }),
+        always<PhoneAlbum>("ZCLOUDOWNERFIRSTNAME", kVarchar,
+                           [](const PhoneAlbum& a) { return a.kind == 1505 ? Cell(QString("Alex")) : null; }),
+        always<PhoneAlbum>("ZCLOUDOWNERFULLNAME", kVarchar,
+                           [](const PhoneAlbum& a) { return a.kind == 1505 ? Cell(QString("Alex Doe")) : null; }),
         always<PhoneAlbum>("ZCLOUDPERSONID", kVarchar, [](const PhoneAlbum&) { return null; }),
         always<PhoneAlbum>("ZPUBLICURL", kVarchar, [](const PhoneAlbum&) { return null; }),
         always<PhoneAlbum>("ZCUSTOMQUERYTYPE", kVarchar, [](const PhoneAlbum&) { return null; }),
@@ -506,28 +547,39 @@ void PhotosDatabaseWriter::write(const QString& path, const PhoneContent& conten
     const QString curated = QString("Z_%1MEMORIESBEINGCURATEDASSETS").arg(assetRelationEntity);
     db.execute(QString("CREATE TABLE %1 ( Z_%2CURATEDASSETS INTEGER, Z_%3MEMORIESBEINGCURATEDASSETS INTEGER, "
                        "PRIMARY KEY (Z_%2CURATEDASSETS, Z_%3MEMORIESBEINGCURATEDASSETS) )")
-                   .arg(curated).arg(assetRelationEntity).arg(memoryEntity));
-    db.execute(QString("CREATE TABLE Z_%1SUGGESTIONSBEINGKEYASSETS ( Z_%1KEYASSETS INTEGER, Z_%2SUGGESTIONSBEINGKEYASSETS INTEGER, "
-                       "PRIMARY KEY (Z_%1KEYASSETS, Z_%2SUGGESTIONSBEINGKEYASSETS) )")
-                   .arg(assetRelationEntity).arg(suggestionEntity));
-    db.execute(QString("CREATE TABLE Z_%1ALBUMLISTS ( Z_%1ALBUMS INTEGER, Z_%2ALBUMLISTS INTEGER, Z_FOK_%1ALBUMS INTEGER, "
-                       "PRIMARY KEY (Z_%1ALBUMS, Z_%2ALBUMLISTS) )")
-                   .arg(genericAlbumEntity).arg(albumListEntity));
+                   .arg(curated)
+                   .arg(assetRelationEntity)
+                   .arg(memoryEntity));
+    db.execute(
+        QString(
+            "CREATE TABLE Z_%1SUGGESTIONSBEINGKEYASSETS ( Z_%1KEYASSETS INTEGER, Z_%2SUGGESTIONSBEINGKEYASSETS INTEGER, "
+            "PRIMARY KEY (Z_%1KEYASSETS, Z_%2SUGGESTIONSBEINGKEYASSETS) )")
+            .arg(assetRelationEntity)
+            .arg(suggestionEntity));
+    db.execute(
+        QString("CREATE TABLE Z_%1ALBUMLISTS ( Z_%1ALBUMS INTEGER, Z_%2ALBUMLISTS INTEGER, Z_FOK_%1ALBUMS INTEGER, "
+                "PRIMARY KEY (Z_%1ALBUMS, Z_%2ALBUMLISTS) )")
+            .arg(genericAlbumEntity)
+            .arg(albumListEntity));
     db.execute(QString("CREATE TABLE Z_1KEYWORDS ( Z_1ASSETATTRIBUTES INTEGER, Z_%1KEYWORDS INTEGER, "
-                       "PRIMARY KEY (Z_1ASSETATTRIBUTES, Z_%1KEYWORDS) )").arg(keywordEntity));
+                       "PRIMARY KEY (Z_1ASSETATTRIBUTES, Z_%1KEYWORDS) )")
+                   .arg(keywordEntity));
     if (major >= 18)
         db.execute(QString("CREATE TABLE Z_%1KEYASSETS ( Z_%1ALBUMSBEINGKEYASSETS INTEGER, Z_%2KEYASSETS INTEGER, "
                            "Z_FOK_%2KEYASSETS INTEGER, PRIMARY KEY (Z_%1ALBUMSBEINGKEYASSETS, Z_%2KEYASSETS) )")
-                       .arg(genericAlbumEntity).arg(assetRelationEntity));
+                       .arg(genericAlbumEntity)
+                       .arg(assetRelationEntity));
     db.execute("CREATE TABLE ZALBUMLIST ( Z_PK INTEGER PRIMARY KEY, Z_ENT INTEGER, Z_OPT INTEGER, ZIDENTIFIER INTEGER, "
                "ZNEEDSREORDERINGNUMBER INTEGER, ZUUID VARCHAR )");
-    db.execute("CREATE TABLE ZKEYWORD ( Z_PK INTEGER PRIMARY KEY, Z_ENT INTEGER, Z_OPT INTEGER, ZTITLE VARCHAR, ZUUID VARCHAR )");
+    db.execute(
+        "CREATE TABLE ZKEYWORD ( Z_PK INTEGER PRIMARY KEY, Z_ENT INTEGER, Z_OPT INTEGER, ZTITLE VARCHAR, ZUUID VARCHAR )");
     db.execute("CREATE TABLE ZMEMORY ( Z_PK INTEGER PRIMARY KEY, Z_ENT INTEGER, Z_OPT INTEGER, ZCATEGORY INTEGER, "
                "ZCREATIONDATE TIMESTAMP, ZTITLE VARCHAR, ZUUID VARCHAR )");
     db.execute("CREATE TABLE ZMOMENT ( Z_PK INTEGER PRIMARY KEY, Z_ENT INTEGER, Z_OPT INTEGER, ZCACHEDCOUNT INTEGER, "
                "ZSTARTDATE TIMESTAMP, ZENDDATE TIMESTAMP, ZTITLE VARCHAR, ZUUID VARCHAR )");
     db.execute(QString("CREATE TABLE %1 ( Z_PK INTEGER PRIMARY KEY, Z_ENT INTEGER, Z_OPT INTEGER, ZSCOPETYPE INTEGER, "
-                       "ZTITLE VARCHAR, ZUUID VARCHAR )").arg(m_generation.hasShareTable() ? "ZSHARE" : "ZMOMENTSHARE"));
+                       "ZTITLE VARCHAR, ZUUID VARCHAR )")
+                   .arg(m_generation.hasShareTable() ? "ZSHARE" : "ZMOMENTSHARE"));
 
     // Rows as of the last checkpoint.
     QList<const PhoneAsset*> olderAssets;
@@ -564,7 +616,8 @@ void PhotosDatabaseWriter::write(const QString& path, const PhoneContent& conten
     join.insert(db, olderMembers);
 
     auto primaryKeys = [&](int64_t assetCount, int64_t albumCount) {
-        Statement statement = db.prepare("INSERT OR REPLACE INTO Z_PRIMARYKEY (Z_ENT, Z_NAME, Z_SUPER, Z_MAX) VALUES (?, ?, ?, ?)");
+        Statement statement =
+            db.prepare("INSERT OR REPLACE INTO Z_PRIMARYKEY (Z_ENT, Z_NAME, Z_SUPER, Z_MAX) VALUES (?, ?, ?, ?)");
         for (const Entity& entity : entities) {
             int64_t max = 0;
             if (entity.name == "AdditionalAssetAttributes" || entity.name == (generic ? "GenericAsset" : "Asset"))
@@ -584,15 +637,18 @@ void PhotosDatabaseWriter::write(const QString& path, const PhoneContent& conten
     const int64_t listEntity = albumListEntity;
     for (int i = 1; i <= 2; ++i) {
         db.run("INSERT INTO ZALBUMLIST VALUES (?, ?, 1, ?, 0, ?)", {i, listEntity, i, random.uuid()});
-        db.run("INSERT INTO ZKEYWORD VALUES (?, ?, 1, ?, ?)", {i, keywordEntity, QString(i == 1 ? "Holiday" : "Work"), random.uuid()});
+        db.run("INSERT INTO ZKEYWORD VALUES (?, ?, 1, ?, ?)",
+               {i, keywordEntity, QString(i == 1 ? "Holiday" : "Work"), random.uuid()});
         db.run("INSERT INTO ZMEMORY VALUES (?, ?, 1, ?, ?, ?, ?)",
-               {i, memoryEntity, 1, 700000000.5 + i, QString(i == 1 ? "Summer Together" : "Best of the Year"), random.uuid()});
+               {i, memoryEntity, 1, 700000000.5 + i, QString(i == 1 ? "Summer Together" : "Best of the Year"),
+                random.uuid()});
         db.run("INSERT INTO ZMOMENT VALUES (?, ?, 1, 0, ?, ?, NULL, ?)",
                {i, ent("Moment"), 600000000.0 + i * 86400.0, 600003600.0 + i * 86400.0, random.uuid()});
     }
     for (const PhoneAlbum* album : std::as_const(olderAlbums)) {
         if (album->kind == 2 || album->kind == 4000)
-            db.run(QString("INSERT INTO Z_%1ALBUMLISTS VALUES (?, 1, ?)").arg(genericAlbumEntity), {album->pk, album->pk * 1024});
+            db.run(QString("INSERT INTO Z_%1ALBUMLISTS VALUES (?, 1, ?)").arg(genericAlbumEntity),
+                   {album->pk, album->pk * 1024});
     }
     for (int i = 0; i < std::min<qsizetype>(olderAssets.size(), 6); ++i) {
         db.run(QString("INSERT INTO %1 VALUES (?, ?)").arg(curated), {olderAssets[i]->pk, i % 2 + 1});
@@ -614,7 +670,8 @@ void PhotosDatabaseWriter::write(const QString& path, const PhoneContent& conten
     join.insert(db, recentMembers);
     for (const PhoneAsset& asset : content.assets) {
         if (asset.trashedRecently)
-            db.run(QString("UPDATE %1 SET ZTRASHEDSTATE = 1, ZTRASHEDDATE = ?, Z_OPT = Z_OPT + 1 WHERE Z_PK = ?").arg(assetTable),
+            db.run(QString("UPDATE %1 SET ZTRASHEDSTATE = 1, ZTRASHEDDATE = ?, Z_OPT = Z_OPT + 1 WHERE Z_PK = ?")
+                       .arg(assetTable),
                    {asset.trashedDate, asset.pk});
     }
     primaryKeys(content.assets.size(), content.albums.size());

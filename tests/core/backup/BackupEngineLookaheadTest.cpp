@@ -63,17 +63,17 @@ TEST(BackupEngineLookahead, NextFilesDownloadWhileOneIsWrittenAndTheRunReadsAsBe
     };
     bool aheadWhileWriting = false;
     QList<BackupEvent> events;
-    const RunResult run = runEngine(phone.source, plan, dir.path(), manifest, options({"camera-roll"}), {},
-                                    [&](const BackupEvent& event) {
-                                        events << event;
-                                        if (event.kind == BackupEvent::Kind::log &&
-                                            event.line == "Copied Camera Roll/IMG_0001.JPG")
-                                            aheadWhileWriting = waitFor(secondBegun);
-                                    });
+    const RunResult run = runEngine(
+        phone.source, plan, dir.path(), manifest, options({"camera-roll"}), {}, [&](const BackupEvent& event) {
+            events << event;
+            if (event.kind == BackupEvent::Kind::log && event.line == "Copied Camera Roll/IMG_0001.JPG")
+                aheadWhileWriting = waitFor(secondBegun);
+        });
     EXPECT_TRUE(aheadWhileWriting);
 
     // Every line in its asset's place, the failed download reported for its own asset.
-    const QString error = "IMG_0003.JPG: Could not read /DCIM/100APPLE/IMG_0003.JPG from device: read failed, afc error 4";
+    const QString error =
+        "IMG_0003.JPG: Could not read /DCIM/100APPLE/IMG_0003.JPG from device: read failed, afc error 4";
     EXPECT_THAT(eventTexts(events),
                 ElementsAre("progress 0 IMG_0001.JPG", "Copied Camera Roll/IMG_0001.JPG", "progress 1 IMG_0002.JPG",
                             "Copied Camera Roll/IMG_0002.JPG", "progress 2 IMG_0003.JPG", "ERROR " + error,
@@ -152,13 +152,12 @@ TEST(BackupEngineLookahead, CancellingStopsTheDownloadRunningAhead)
     std::atomic<bool> cancelled = false;
     QElapsedTimer clock;
     clock.start();
-    const RunResult run = runEngine(phone.source, plan, dir.path(), manifest, options({"camera-roll"}),
-                                    [&] { return bool(cancelled); },
-                                    [&](const BackupEvent& event) {
-                                        if (event.kind == BackupEvent::Kind::log &&
-                                            event.line == "Copied Camera Roll/IMG_0001.JPG")
-                                            cancelled = waitFor(videoBegun);
-                                    });
+    const RunResult run = runEngine(
+        phone.source, plan, dir.path(), manifest, options({"camera-roll"}), [&] { return bool(cancelled); },
+        [&](const BackupEvent& event) {
+            if (event.kind == BackupEvent::Kind::log && event.line == "Copied Camera Roll/IMG_0001.JPG")
+                cancelled = waitFor(videoBegun);
+        });
     EXPECT_LT(clock.elapsed(), 5000) << "the run waited for the video's download";
     EXPECT_TRUE(cancelled) << "the video's download never began ahead of its turn";
     EXPECT_TRUE(videoStopped);

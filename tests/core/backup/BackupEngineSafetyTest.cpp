@@ -13,8 +13,7 @@ using ::testing::IsEmpty;
 
 TEST(BackupEngineSafety, FolderAndFileNameRules)
 {
-    for (const QString path :
-         {"Camera Roll", "Hidden", "Albums/Trips (2)", "Albums/..-up", "Albums/.x", "Albums/a..b"})
+    for (const QString path : {"Camera Roll", "Hidden", "Albums/Trips (2)", "Albums/..-up", "Albums/.x", "Albums/a..b"})
         EXPECT_TRUE(DestinationFolder::isSafeRelativePath(path)) << path.toStdString();
     for (const QString path : {"", "/etc", "..", "../x", "Albums/../..", "Albums/./x", "Albums//x", "Albums/",
                                ".ombrelo-tmp", ".OMBRELO-TMP/x", ".ombrelo-manifest.sqlite-journal"})
@@ -41,10 +40,9 @@ TEST(BackupEngineSafety, RunDoesNotStartWithoutItsTemporaryFolder)
         FAIL() << "a run without its temporary folder must not start";
     } catch (const BackupError& error) {
         EXPECT_EQ(error.kind(), BackupError::Kind::temporaryFolder);
-        EXPECT_EQ(error.description(),
-                  "The temporary folder “" + gone +
-                      "/.ombrelo-tmp” could not be created (No such file or directory), so "
-                      "the backup did not start.");
+        EXPECT_EQ(error.description(), "The temporary folder “" + gone +
+                                           "/.ombrelo-tmp” could not be created (No such file or directory), so "
+                                           "the backup did not start.");
     }
     EXPECT_EQ(events, 0);
     EXPECT_EQ(phone.source.downloads, 0);

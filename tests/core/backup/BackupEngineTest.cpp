@@ -37,8 +37,8 @@ TEST(BackupEngineComponents, FilesThatMakeUpAnAsset)
     // An edited still with its edit files, one too many and one nobody knows.
     phone.addAsset("edited", "IMG_0004.HEIC", "still 4").hasAdjustments = true;
     const QString edits4 = "/PhotoData/Mutations/DCIM/100APPLE/IMG_0004/Adjustments/";
-    for (const QString name : {"Adjustments.plist", "FullSizeRender.heic", "FullSizeRender.jpg",
-                               "FullSizeRender.mov", "Preview.jpg"})
+    for (const QString name :
+         {"Adjustments.plist", "FullSizeRender.heic", "FullSizeRender.jpg", "FullSizeRender.mov", "Preview.jpg"})
         phone.source.addFile(edits4 + name, name.toUtf8());
     // An edited video: the MOV render is its edit, a still render an edited still.
     phone.addAsset("editedVideo", "IMG_0005.MOV", "video 5").hasAdjustments = true;
@@ -220,16 +220,16 @@ TEST(BackupEngineRun, CopiesEachFileOnceIntoEveryFolderItBelongsTo)
     const QStringList rows = fileRows(manifest);
     EXPECT_EQ(rows.size(), 11);
     EXPECT_EQ(rows.filter(QRegularExpression(" \\| copied$")).size(), 11);
-    EXPECT_EQ(manifest.albumPaths(),
-              (QHash<QString, QString>{
-                  {"kids", "Albums/Family/Kids"}, {"trips", "Albums/Trips"}, {"best", "Albums/Best"}}));
+    EXPECT_EQ(
+        manifest.albumPaths(),
+        (QHash<QString, QString>{{"kids", "Albums/Family/Kids"}, {"trips", "Albums/Trips"}, {"best", "Albums/Best"}}));
     EXPECT_THAT(inconsistencies(root), IsEmpty());
 
     EXPECT_EQ(first.summary.filesCopied, 11);
     EXPECT_EQ(first.summary.bytesCopied, 3u * 21 + 11 + 13 + 15 + 13 + 6);
-    EXPECT_EQ(first.summary.lines(),
-              (QStringList{"Files copied: 11 (" + formatByteCount(first.summary.bytesCopied) + ")",
-                           "Already backed up: 0"}));
+    EXPECT_EQ(
+        first.summary.lines(),
+        (QStringList{"Files copied: 11 (" + formatByteCount(first.summary.bytesCopied) + ")", "Already backed up: 0"}));
     EXPECT_THAT(first.log, Contains("Copied Albums/Family/Kids/IMG_0001.MOV"));
     EXPECT_THAT(first.log, Contains("Copied Camera Roll/IMG_0002_edited.jpg"));
     // Sorted ids give the order: best (P), camera roll (R undated first, then Q), family (P again),
@@ -252,9 +252,8 @@ TEST(BackupEngineRun, CopiesEachFileOnceIntoEveryFolderItBelongsTo)
     EXPECT_EQ(folderState(root, kManifestFiles), backedUp);
     EXPECT_EQ(again.summary.lines(),
               (QStringList{"Files copied: 0 (" + formatByteCount(0) + ")", "Already backed up: 11"}));
-    EXPECT_THAT(
-        again.log,
-        Contains("Already backed up: Albums/Trips original of IMG_0001.HEIC (/DCIM/100APPLE/IMG_0001.HEIC)"));
+    EXPECT_THAT(again.log,
+                Contains("Already backed up: Albums/Trips original of IMG_0001.HEIC (/DCIM/100APPLE/IMG_0001.HEIC)"));
 }
 
 TEST(BackupEngineRun, WorkListFollowsTheSelection)
@@ -307,11 +306,10 @@ TEST(BackupEngineRun, NeverReplacesWhatIsAlreadyInTheFolder)
     {
         QFile left(roll + "IMG_0001.MOV");
         left.open(QIODevice::ReadWrite);
-        left.setFileTime(QDateTime(QDate(2020, 5, 1), QTime(12, 0), Qt::UTC),
-                         QFileDevice::FileModificationTime);
+        left.setFileTime(QDateTime(QDate(2020, 5, 1), QTime(12, 0), Qt::UTC), QFileDevice::FileModificationTime);
     }
     ASSERT_EQ(::mkfifo(QFile::encodeName(roll + "IMG_0002.JPG").constData(), 0644), 0); // never to be read
-    ASSERT_TRUE(QFile::link(outside + "/same as c.jpg", roll + "IMG_0003.JPG")); // never to be followed
+    ASSERT_TRUE(QFile::link(outside + "/same as c.jpg", roll + "IMG_0003.JPG"));        // never to be followed
     writeFile(roll + "img_0004_edited.jpg", "another tool's edit");
     writeFile(roll + "IMG_0005.JPG", "phone e"); // the phone's own picture, put there by hand: no name was reserved
     const auto before = folderState(root, kManifestFiles);
@@ -334,16 +332,14 @@ TEST(BackupEngineRun, NeverReplacesWhatIsAlreadyInTheFolder)
     EXPECT_EQ(run.summary.filesAdopted, 1);
     EXPECT_THAT(run.log, Contains("Already on disk, recorded: Camera Roll/IMG_0001.MOV"));
     EXPECT_THAT(fileRows(manifest),
-                Contains("A | Camera Roll | live-video | Camera Roll/IMG_0001.MOV | " +
-                         hashOf("phone motion") + " | 12 | " + manifest.formatDate(jan2024()) + " | " + kDir +
-                         "IMG_0001.MOV | adopted"));
+                Contains("A | Camera Roll | live-video | Camera Roll/IMG_0001.MOV | " + hashOf("phone motion") +
+                         " | 12 | " + manifest.formatDate(jan2024()) + " | " + kDir + "IMG_0001.MOV | adopted"));
     EXPECT_THAT(fileRows(manifest),
-                Contains("A | Camera Roll | original | Camera Roll/IMG_0001 (3).HEIC | " +
-                         hashOf("phone still") + " | 11 | " + manifest.formatDate(jan2024()) + " | " + kDir +
-                         "IMG_0001.HEIC | copied"));
+                Contains("A | Camera Roll | original | Camera Roll/IMG_0001 (3).HEIC | " + hashOf("phone still") +
+                         " | 11 | " + manifest.formatDate(jan2024()) + " | " + kDir + "IMG_0001.HEIC | copied"));
     EXPECT_EQ(run.summary.lines(),
-              (QStringList{"Files copied: 5 (" + formatByteCount(run.summary.bytesCopied) + ")",
-                           "Already backed up: 0", "Found on disk from an earlier interrupted run: 1"}));
+              (QStringList{"Files copied: 5 (" + formatByteCount(run.summary.bytesCopied) + ")", "Already backed up: 0",
+                           "Found on disk from an earlier interrupted run: 1"}));
     EXPECT_THAT(inconsistencies(root), IsEmpty());
 }
 
@@ -358,8 +354,7 @@ TEST(BackupEngineRun, SameContentTwiceInOneFolderIsStoredOnce)
     TempDir dir;
     Manifest manifest(dir.path());
 
-    const RunResult run =
-        runEngine(phone.source, plan, dir.path(), manifest, options({"camera-roll", "album"}));
+    const RunResult run = runEngine(phone.source, plan, dir.path(), manifest, options({"camera-roll", "album"}));
 
     EXPECT_EQ(run.summary.filesCopied, 2); // once per folder
     EXPECT_EQ(run.summary.duplicatesDiscarded, 1);
@@ -367,12 +362,10 @@ TEST(BackupEngineRun, SameContentTwiceInOneFolderIsStoredOnce)
     EXPECT_EQ(readFile(dir.filePath("Albums/Album/IMG_0012.JPG")), "the same picture");
     EXPECT_THAT(run.log, Contains("Already in Camera Roll as Camera Roll/IMG_0010.JPG: IMG_0011.JPG"));
     EXPECT_THAT(fileRows(manifest),
-                Contains("second | Camera Roll | original | Camera Roll/IMG_0010.JPG | " +
-                         hashOf("the same picture") + " | 16 | " + manifest.formatDate(jan2024()) + " | " +
-                         kDir + "IMG_0011.JPG | duplicate"));
-    EXPECT_EQ(run.summary.lines(),
-              (QStringList{"Files copied: 2 (" + formatByteCount(32) + ")", "Already backed up: 0",
-                           "Identical to a file already in the folder (not copied again): 1"}));
+                Contains("second | Camera Roll | original | Camera Roll/IMG_0010.JPG | " + hashOf("the same picture") +
+                         " | 16 | " + manifest.formatDate(jan2024()) + " | " + kDir + "IMG_0011.JPG | duplicate"));
+    EXPECT_EQ(run.summary.lines(), (QStringList{"Files copied: 2 (" + formatByteCount(32) + ")", "Already backed up: 0",
+                                                "Identical to a file already in the folder (not copied again): 1"}));
 }
 
 TEST(BackupEngineRun, FilesMissingFromThePhone)
@@ -402,9 +395,8 @@ TEST(BackupEngineRun, FilesMissingFromThePhone)
     EXPECT_EQ(readFile(dir.filePath("Camera Roll/IMG_0004.AAE")), "sidecar");
     EXPECT_FALSE(QFileInfo::exists(dir.filePath("Camera Roll/img_0004.aae")));
     EXPECT_EQ(run.summary.assetsNotOnDevice, QStringList{"IMG_0003.JPG"});
-    EXPECT_EQ(run.summary.errors,
-              (QStringList{"IMG_0004.JPG: unexpected extra file not backed up: img_0004.aae",
-                           "IMG_0002.JPG: Not found on device: /DCIM/100APPLE/IMG_0002.JPG"}));
+    EXPECT_EQ(run.summary.errors, (QStringList{"IMG_0004.JPG: unexpected extra file not backed up: img_0004.aae",
+                                               "IMG_0002.JPG: Not found on device: /DCIM/100APPLE/IMG_0002.JPG"}));
     EXPECT_EQ(run.summary.lines(),
               (QStringList{"Files copied: 3 (" + formatByteCount(5 + 4 + 7) + ")", "Already backed up: 0",
                            "Not stored on the device (iCloud only?): 1", "Errors: 2"}));

@@ -35,7 +35,8 @@ TEST(BackupFolderLock, OneRunPerFolderAndAnEmptyLockFileIsTakenOverOnceOld)
         writeFile(root.filePath(BackupFolderLock::fileName), "");
         QFile file(root.filePath(BackupFolderLock::fileName));
         ASSERT_TRUE(file.open(QIODevice::ReadWrite));
-        ASSERT_TRUE(file.setFileTime(QDateTime::currentDateTime().addSecs(-secondsOld), QFileDevice::FileModificationTime));
+        ASSERT_TRUE(
+            file.setFileTime(QDateTime::currentDateTime().addSecs(-secondsOld), QFileDevice::FileModificationTime));
         file.close();
         QElapsedTimer clock;
         clock.start();
@@ -60,9 +61,8 @@ TEST(BackupFolderLock, AGuardLeftByARunKilledWhileTakingOverIsNotInTheWay)
     ASSERT_TRUE(gone.waitForFinished());
     const QString lockFile = root.filePath(BackupFolderLock::fileName);
     // Written as QLockFile writes it: process id, program, host, machine id, boot id.
-    writeFile(lockFile, QByteArray::number(deadPid) + "\nombrelo-cli\n" +
-                            QSysInfo::machineHostName().toUtf8() + "\n" + QSysInfo::machineUniqueId() + "\n" +
-                            QSysInfo::bootUniqueId() + "\n");
+    writeFile(lockFile, QByteArray::number(deadPid) + "\nombrelo-cli\n" + QSysInfo::machineHostName().toUtf8() + "\n" +
+                            QSysInfo::machineUniqueId() + "\n" + QSysInfo::bootUniqueId() + "\n");
     writeFile(lockFile + ".rmlock", "");
 
     QElapsedTimer clock;

@@ -119,9 +119,8 @@ struct RunResult {
     QList<BackupProgress> progress;
 };
 
-inline RunResult runEngine(MediaSource& source, const BackupPlan& plan, const QString& root,
-                           Manifest& manifest, const BackupOptions& options,
-                           std::function<bool()> isCancelled = {},
+inline RunResult runEngine(MediaSource& source, const BackupPlan& plan, const QString& root, Manifest& manifest,
+                           const BackupOptions& options, std::function<bool()> isCancelled = {},
                            std::function<void(const BackupEvent&)> spy = {})
 {
     RunResult result;
@@ -172,8 +171,8 @@ inline QMap<QString, QString> folderState(const QString& root, const QStringList
         else if (info.isDir())
             state[relative] = "folder";
         else if (info.isFile())
-            state[relative] = sha256OfFile(info.filePath()).sha256 + " " +
-                              QString::number(info.lastModified().toMSecsSinceEpoch());
+            state[relative] =
+                sha256OfFile(info.filePath()).sha256 + " " + QString::number(info.lastModified().toMSecsSinceEpoch());
         else
             state[relative] = "special";
     }
@@ -187,15 +186,14 @@ inline const QStringList kManifestFiles{Manifest::fileName, Manifest::fileName +
 inline QStringList fileRows(Manifest& manifest, bool withStatus = true)
 {
     QStringList rows;
-    manifest.db().query(
-        "SELECT asset_uuid, dest, component, rel_path, sha256, size, capture_date, source_path, "
-        "status FROM files ORDER BY asset_uuid, dest, component",
-        {}, [&](const SQLRow& row) {
-            QStringList values;
-            for (int c = 0; c < (withStatus ? 9 : 8); ++c)
-                values << row.text(c).value_or("NULL");
-            rows << values.join(" | ");
-        });
+    manifest.db().query("SELECT asset_uuid, dest, component, rel_path, sha256, size, capture_date, source_path, "
+                        "status FROM files ORDER BY asset_uuid, dest, component",
+                        {}, [&](const SQLRow& row) {
+                            QStringList values;
+                            for (int c = 0; c < (withStatus ? 9 : 8); ++c)
+                                values << row.text(c).value_or("NULL");
+                            rows << values.join(" | ");
+                        });
     return rows;
 }
 

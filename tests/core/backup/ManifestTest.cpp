@@ -1,5 +1,5 @@
-#include "TempDir.h"
 #include "backup/Manifest.h"
+#include "TempDir.h"
 
 #include <QFile>
 #include <QProcess>
@@ -81,7 +81,9 @@ TEST(Manifest, FileOnDiskHasTheDocumentedSchema)
     if (QStandardPaths::findExecutable("sqlite3").isEmpty())
         GTEST_FAIL() << "the sqlite3 shell is needed (scripts/install-deps.sh installs it)";
     TempDir root;
-    { Manifest manifest(root.path()); }
+    {
+        Manifest manifest(root.path());
+    }
     const QString file = root.filePath(Manifest::fileName);
     EXPECT_EQ(sqliteShell(file, "PRAGMA journal_mode"), "delete");
     EXPECT_FALSE(QFile::exists(file + "-wal"));

@@ -1,5 +1,5 @@
-#include "QtPrinters.h"
 #include "backup/ProgressTracker.h"
+#include "QtPrinters.h"
 
 #include <gtest/gtest.h>
 

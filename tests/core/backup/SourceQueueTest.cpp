@@ -1,7 +1,7 @@
+#include "backup/SourceQueue.h"
 #include "FakeMediaSource.h"
 #include "QtPrinters.h"
 #include "TempDir.h"
-#include "backup/SourceQueue.h"
 #include "device/MediaSourceError.h"
 #include "device/StreamingHasher.h"
 

@@ -1,7 +1,7 @@
+#include "checks/BackupVerifier.h"
 #include "FolderSnapshot.h"
 #include "TempDir.h"
 #include "backup/Manifest.h"
-#include "checks/BackupVerifier.h"
 #include "device/StreamingHasher.h"
 
 #include <QDir>

@@ -1,6 +1,6 @@
+#include "checks/CompletenessReport.h"
 #include "FakeMediaSource.h"
 #include "QtPrinters.h"
-#include "checks/CompletenessReport.h"
 #include "device/MediaSourceError.h"
 #include "plan/BackupPlan.h"
 
@@ -25,12 +25,12 @@ LibraryAsset asset(int64_t pk, const QString& directory, const QString& filename
 TEST(CompletenessReport, FindsMissingOriginalsAndFilesTheLibraryDoesNotKnow)
 {
     PhotoLibrary library;
-    library.assets << asset(1, "DCIM/100APPLE", "IMG_0001.HEIC")   // with its live video and sidecar
-                   << asset(2, "DCIM/100APPLE", "img_0002.jpg")    // the device spells it IMG_0002.JPG
+    library.assets << asset(1, "DCIM/100APPLE", "IMG_0001.HEIC")               // with its live video and sidecar
+                   << asset(2, "DCIM/100APPLE", "img_0002.jpg")                // the device spells it IMG_0002.JPG
                    << asset(3, "DCIM/101APPLE", "IMG_0100.HEIC", "Beach.heic") // iCloud only
                    << asset(4, "PhotoData/CPLAssets/group7", "B7C1.JPG")
                    << asset(5, "PhotoData/Metadata/DCIM/100APPLE", "IMG_9000.JPG") // elsewhere
-                   << asset(6, "DCIM/100APPLE", "IMG_0003.HEIC"); // trashed but still on the device
+                   << asset(6, "DCIM/100APPLE", "IMG_0003.HEIC");                  // trashed but still on the device
     library.assets[5].isTrashed = true;
     const BackupPlan plan(library);
 

@@ -1,5 +1,5 @@
-#include "QtPrinters.h"
 #include "demo/DemoLibrary.h"
+#include "QtPrinters.h"
 #include "plan/BackupPlan.h"
 
 #include <gtest/gtest.h>

@@ -99,11 +99,11 @@ TEST(AFCDevice, AfcErrorsHaveTheirTexts)
 {
     TempDir dir;
     SimulatedPhone faulty = simulatedPhone(1);
-    faulty.faults = {{"failPaths",
-                      QJsonObject{{"/DCIM/100APPLE/IMG_0002.HEIC", QJsonObject{{"open", 10}}},
-                                  {"/DCIM/100APPLE/IMG_0003.MOV", QJsonObject{{"read", 4}, {"readAfterBytes", 2 << 20}}},
-                                  {"/DCIM/101APPLE", QJsonObject{{"list", 10}}},
-                                  {"/Confused", QJsonObject{{"emptyListing", true}}}}}};
+    faulty.faults = {{"failPaths", QJsonObject{{"/DCIM/100APPLE/IMG_0002.HEIC", QJsonObject{{"open", 10}}},
+                                               {"/DCIM/100APPLE/IMG_0003.MOV",
+                                                QJsonObject{{"read", 4}, {"readAfterBytes", 2 << 20}}},
+                                               {"/DCIM/101APPLE", QJsonObject{{"list", 10}}},
+                                               {"/Confused", QJsonObject{{"emptyListing", true}}}}}};
     const QString folder = writeDeviceFolder(dir.filePath("phone"), faulty,
                                              {{"/DCIM/100APPLE/IMG_0002.HEIC", "heic"},
                                               {"/DCIM/100APPLE/IMG_0003.MOV", randomBytes(3 << 20)},
@@ -141,13 +141,11 @@ TEST(AFCDevice, AfcErrorsHaveTheirTexts)
 
     // Nothing outside media/ can be reached: not by "..", not through a link.
     EXPECT_EQ(mediaError([&] { device.readFile("/../secret.txt"); }).message(), "open failed, afc error 10");
-    EXPECT_EQ(mediaError([&] { device.readFile("/DCIM/100APPLE/LINK.JPG"); }).message(),
-              "open failed, afc error 10");
+    EXPECT_EQ(mediaError([&] { device.readFile("/DCIM/100APPLE/LINK.JPG"); }).message(), "open failed, afc error 10");
     EXPECT_EQ(mediaError([&] { device.listDirectory("/DCIM/.."); }).message(), "afc error 10");
 
     // Every failure released the device: listings and reads still work, in the device's order.
-    EXPECT_EQ(device.listDirectory("/DCIM/100APPLE"),
-              (QStringList{"IMG_0002.HEIC", "IMG_0003.MOV", "IMG_0004.JPG"}));
+    EXPECT_EQ(device.listDirectory("/DCIM/100APPLE"), (QStringList{"IMG_0002.HEIC", "IMG_0003.MOV", "IMG_0004.JPG"}));
     EXPECT_EQ(device.listDirectory("/"), (QStringList{"Confused", "DCIM", "Empty"}));
     EXPECT_TRUE(device.listDirectory("/Empty").isEmpty());
     EXPECT_EQ(device.readFile("/DCIM/100APPLE/IMG_0004.JPG"), "jpeg");

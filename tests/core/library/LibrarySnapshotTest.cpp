@@ -1,9 +1,9 @@
+#include "library/LibrarySnapshot.h"
 #include "FakeMediaSource.h"
 #include "PhotosDatabases.h"
 #include "TempDir.h"
 #include "device/MediaSourceError.h"
 #include "device/StreamingHasher.h"
-#include "library/LibrarySnapshot.h"
 
 #include <QDir>
 #include <QFile>
@@ -19,8 +19,14 @@ const QString kPrefix = "copied database failed integrity check: ";
 // A device whose downloads can fail, or serve other bytes, on a chosen call; counts every call.
 class ScriptedSource : public FakeMediaSource {
 public:
-    void failOnCall(const QString& path, int call, const MediaSourceError& error) { m_errors.insert({path, call}, error); }
-    void serveOnCall(const QString& path, int call, const QByteArray& content) { m_content.insert({path, call}, content); }
+    void failOnCall(const QString& path, int call, const MediaSourceError& error)
+    {
+        m_errors.insert({path, call}, error);
+    }
+    void serveOnCall(const QString& path, int call, const QByteArray& content)
+    {
+        m_content.insert({path, call}, content);
+    }
     int calls(const QString& path) const { return m_calls.value(path); }
 
     DownloadResult download(const QString& path, const QString& destination, std::stop_token stop = {}) override
@@ -53,8 +59,8 @@ void serveCorpus(FakeMediaSource& device, const QString& name, const QStringList
 QByteArray damagedCopy(const TempDir& scratch)
 {
     const QString copy = copyCorpusDatabase("osxphotos-13.0.0", scratch.filePath("damaged"));
-    for (const char* index : {"ZASSET_ZADDITIONALATTRIBUTES_INDEX", "ZASSET_ZCONVERSATION_INDEX",
-                              "ZGENERICALBUM_ZPARENTFOLDER_INDEX"})
+    for (const char* index :
+         {"ZASSET_ZADDITIONALATTRIBUTES_INDEX", "ZASSET_ZCONVERSATION_INDEX", "ZGENERICALBUM_ZPARENTFOLDER_INDEX"})
         damageBtree(copy, index);
     return readFile(copy);
 }

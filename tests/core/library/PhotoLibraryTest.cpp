@@ -1,6 +1,6 @@
+#include "library/PhotoLibrary.h"
 #include "PhotosDatabases.h"
 #include "TempDir.h"
-#include "library/PhotoLibrary.h"
 #include "library/PhotoLibraryError.h"
 
 #include <gtest/gtest.h>
@@ -72,8 +72,8 @@ TEST_P(CorpusTest, CountsAlbumsAndMembership)
     // Every asset of these libraries has its original name recorded.
     EXPECT_EQ(count([](const LibraryAsset& a) { return a.originalFilename.has_value(); }), expected.assets);
 
-    const auto folders = std::count_if(library.albums.cbegin(), library.albums.cend(),
-                                       [](const LibraryAlbum& a) { return a.isFolder; });
+    const auto folders =
+        std::count_if(library.albums.cbegin(), library.albums.cend(), [](const LibraryAlbum& a) { return a.isFolder; });
     EXPECT_EQ(library.albums.size() - folders, expected.albums);
     EXPECT_EQ(folders, expected.folders);
     EXPECT_TRUE(std::is_sorted(library.albums.cbegin(), library.albums.cend(),
@@ -98,7 +98,8 @@ TEST_P(CorpusTest, CountsAlbumsAndMembership)
 INSTANTIATE_TEST_SUITE_P(PhotoLibrary, CorpusTest, testing::ValuesIn(kCorpus),
                          [](const testing::TestParamInfo<CorpusTest::ParamType>& info) {
                              std::string name = info.param.name;
-                             std::replace_if(name.begin(), name.end(), [](char c) { return !isalnum(c); }, '_');
+                             std::replace_if(
+                                 name.begin(), name.end(), [](char c) { return !isalnum(c); }, '_');
                              return name;
                          });
 
@@ -138,8 +139,8 @@ TEST(PhotoLibrary, RealLibraryDetails)
         EXPECT_NE(it, old.albums.cend()) << title.toStdString();
         return it == old.albums.cend() ? LibraryAlbum() : *it;
     };
-    for (const QString& title : {QString("Água"),
-                                 QString("2018-10 - Sponsion, Museum, Frühstück, Römermuseum"), QString("2019-10/11 Paris Clermont")})
+    for (const QString& title : {QString("Água"), QString("2018-10 - Sponsion, Museum, Frühstück, Römermuseum"),
+                                 QString("2019-10/11 Paris Clermont")})
         EXPECT_FALSE(album(title).isFolder);
     const LibraryAlbum inFolder = album("AlbumInFolder");
     const LibraryAlbum subFolder = album("SubFolder2");
@@ -214,7 +215,7 @@ TEST(PhotoLibrary, MissingOptionalColumnsGetDefaults)
     {
         auto db = createPhotosDatabase(dir.filePath("bare.sqlite"));
         for (const QString column : {"ZTRASHEDSTATE", "ZHIDDEN", "ZKIND", "ZKINDSUBTYPE", "ZSAVEDASSETTYPE",
-                                      "ZBUNDLESCOPE", "ZADJUSTMENTTIMESTAMP", "ZHASADJUSTMENTS"})
+                                     "ZBUNDLESCOPE", "ZADJUSTMENTTIMESTAMP", "ZHASADJUSTMENTS"})
             db->execute("ALTER TABLE ZASSET DROP COLUMN " + column);
         db->execute("ALTER TABLE ZADDITIONALASSETATTRIBUTES DROP COLUMN ZORIGINALFILENAME");
         db->execute("ALTER TABLE ZGENERICALBUM DROP COLUMN ZPARENTFOLDER");
@@ -340,12 +341,12 @@ TEST(PhotoLibrary, AlbumsFoldersAndMembership)
         auto db = createPhotosDatabase(path);
         for (int64_t pk = 1; pk <= 4; ++pk)
             addAsset(*db, TestAsset(pk, QString("IMG_%1.JPG").arg(pk)));
-        addAlbum(*db, 1, 3999, "");                   // the root folder: not read
+        addAlbum(*db, 1, 3999, ""); // the root folder: not read
         addAlbum(*db, 30, 2, "Trip", 12);
         addAlbum(*db, 12, 4000, "Holidays", 1);
-        addAlbum(*db, 15, 1505, "Shared with Ann");   // shared album
-        addAlbum(*db, 16, 1507, "Favourites smart");  // smart album
-        addAlbum(*db, 20, 2, "");                     // an empty title stays empty
+        addAlbum(*db, 15, 1505, "Shared with Ann");  // shared album
+        addAlbum(*db, 16, 1507, "Favourites smart"); // smart album
+        addAlbum(*db, 20, 2, "");                    // an empty title stays empty
         db->execute("INSERT INTO ZGENERICALBUM (Z_PK, ZKIND, ZUUID, ZTITLE, ZPARENTFOLDER, ZTRASHEDSTATE) "
                     "VALUES (40, 4000, NULL, NULL, NULL, 0), (41, 2, 'gone', 'Old', NULL, 1)");
         addMember(*db, 30, 3);
@@ -358,14 +359,12 @@ TEST(PhotoLibrary, AlbumsFoldersAndMembership)
         db->execute("INSERT INTO Z_28ASSETS (Z_28ALBUMS, Z_3ASSETS) VALUES (30, NULL), (NULL, 1)");
     }
     const PhotoLibrary library = PhotoLibrary::load(path);
-    EXPECT_EQ(library.albums,
-              (QList<LibraryAlbum>{{12, "album-uuid-12", "Holidays", true, 1, false},
-                                   {20, "album-uuid-20", "", false, std::nullopt, false},
-                                   {30, "album-uuid-30", "Trip", false, 12, false},
-                                   {40, "album-40", "Untitled", true, std::nullopt, false},
-                                   {41, "gone", "Old", false, std::nullopt, true}}));
-    EXPECT_EQ(library.membership,
-              (QHash<int64_t, QList<int64_t>>{{30, {3, 1, 4}}, {41, {2}}}));
+    EXPECT_EQ(library.albums, (QList<LibraryAlbum>{{12, "album-uuid-12", "Holidays", true, 1, false},
+                                                   {20, "album-uuid-20", "", false, std::nullopt, false},
+                                                   {30, "album-uuid-30", "Trip", false, 12, false},
+                                                   {40, "album-40", "Untitled", true, std::nullopt, false},
+                                                   {41, "gone", "Old", false, std::nullopt, true}}));
+    EXPECT_EQ(library.membership, (QHash<int64_t, QList<int64_t>>{{30, {3, 1, 4}}, {41, {2}}}));
 }
 
 class JoinTableTest : public testing::Test {
@@ -434,7 +433,8 @@ TEST_F(JoinTableTest, NoneOrSeveralCandidatesFail)
                   "CREATE TABLE Z_28ASSETS (Z_28ALBUMS INTEGER, Z_3ASSETS INTEGER)",
                   "CREATE TABLE Z_31ASSETS (Z_31ALBUMS INTEGER, Z_3ASSETS INTEGER, Z_FOK_3ASSETS INTEGER)",
               })),
-              kUnsupported + R"(could not identify the album membership table (candidates: ["Z_28ASSETS", "Z_31ASSETS"]))");
+              kUnsupported +
+                  R"(could not identify the album membership table (candidates: ["Z_28ASSETS", "Z_31ASSETS"]))");
     EXPECT_EQ(loadFailure(database({"CREATE TABLE Z_3KEYASSETS (Z_28ALBUMS INTEGER, Z_3ASSETS INTEGER)"})),
               kUnsupported + "could not identify the album membership table (candidates: [])");
 }

@@ -1,5 +1,5 @@
-#include "QtPrinters.h"
 #include "plan/BackupPlan.h"
+#include "QtPrinters.h"
 
 #include <QLocale>
 
@@ -64,9 +64,18 @@ TEST(BackupPlan, EligibilityTestsRunInOrderAndLeaveSkippedAssetsOutOfEveryLeaf)
         library.assets << asset;
     };
     // Trashed wins over every later test.
-    add("trashed-and-messages", [](LibraryAsset& a) { a.isTrashed = true; a.savedAssetType = 12; });
-    add("trashed-hidden", [](LibraryAsset& a) { a.isTrashed = true; a.isHidden = true; });
-    add("messages-other-scope", [](LibraryAsset& a) { a.savedAssetType = 12; a.bundleScope = 5; });
+    add("trashed-and-messages", [](LibraryAsset& a) {
+        a.isTrashed = true;
+        a.savedAssetType = 12;
+    });
+    add("trashed-hidden", [](LibraryAsset& a) {
+        a.isTrashed = true;
+        a.isHidden = true;
+    });
+    add("messages-other-scope", [](LibraryAsset& a) {
+        a.savedAssetType = 12;
+        a.bundleScope = 5;
+    });
     add("scope-3-in-shared-folder", [](LibraryAsset& a) {
         a.bundleScope = 3;
         a.directory = "PhotoData/PhotoCloudSharingData/4F2A";
@@ -77,7 +86,10 @@ TEST(BackupPlan, EligibilityTestsRunInOrderAndLeaveSkippedAssetsOutOfEveryLeaf)
     });
     add("other-scope", [](LibraryAsset& a) { a.bundleScope = 1; });
     // Eligible: scope 0 or absent, other saved types, hidden, cloud assets elsewhere.
-    add("scope-0", [](LibraryAsset& a) { a.bundleScope = 0; a.savedAssetType = 3; });
+    add("scope-0", [](LibraryAsset& a) {
+        a.bundleScope = 0;
+        a.savedAssetType = 3;
+    });
     add("no-scope", [](LibraryAsset&) {});
     add("hidden", [](LibraryAsset& a) { a.isHidden = true; });
     add("cloud", [](LibraryAsset& a) { a.directory = "PhotoData/CPLAssets/group1"; });
@@ -104,12 +116,10 @@ TEST(BackupPlan, EligibilityTestsRunInOrderAndLeaveSkippedAssetsOutOfEveryLeaf)
 TEST(BackupPlan, ClashingAlbumPathsAreNumberedWithoutRegardToCase)
 {
     PhotoLibrary library;
-    library.albums << album(1, "Trips") << album(2, "trips") << album(3, "TRIPS")
-                   << folder(4, "Family") << album(5, "family") // an album named like a folder
-                   << album(6, "X") << album(7, "X (2)") << album(8, "X")
-                   << album(9, "a/b:c") << album(10, " ... ")
-                   << folder(11, "Holidays") << album(12, "Japan", 11) << album(13, "Japan", 11)
-                   << album(14, "Japan");
+    library.albums << album(1, "Trips") << album(2, "trips") << album(3, "TRIPS") << folder(4, "Family")
+                   << album(5, "family") // an album named like a folder
+                   << album(6, "X") << album(7, "X (2)") << album(8, "X") << album(9, "a/b:c") << album(10, " ... ")
+                   << folder(11, "Holidays") << album(12, "Japan", 11) << album(13, "Japan", 11) << album(14, "Japan");
     const BackupPlan plan(library);
 
     EXPECT_EQ(plan.albumPaths.value("album-1"), "Albums/Trips");
@@ -132,12 +142,12 @@ TEST(BackupPlan, ClashingAlbumPathsAreNumberedWithoutRegardToCase)
 TEST(BackupPlan, PathsRecordedByAnEarlierBackupAreKeptAndReserved)
 {
     PhotoLibrary library;
-    library.albums << album(1, "Japan 2026 (renamed)") << album(2, "Paris") << album(3, "paris")
-                   << album(4, "Rome") << folder(5, "Old");
+    library.albums << album(1, "Japan 2026 (renamed)") << album(2, "Paris") << album(3, "paris") << album(4, "Rome")
+                   << folder(5, "Old");
     const QHash<QString, QString> existing{
-        {"album-1", "Albums/Japan 2026"},     // title changed on the phone since
-        {"album-4", "Albums/Weird:Name "},    // used as it stands, not sanitised
-        {"album-99", "Albums/PARIS"},         // an album gone from the phone still holds its folder
+        {"album-1", "Albums/Japan 2026"},  // title changed on the phone since
+        {"album-4", "Albums/Weird:Name "}, // used as it stands, not sanitised
+        {"album-99", "Albums/PARIS"},      // an album gone from the phone still holds its folder
     };
     const BackupPlan plan(library, existing);
 
@@ -158,12 +168,8 @@ TEST(BackupPlan, ParentsThatAreMissingTrashedOrNotFoldersLeaveAlbumsAtTheTopLeve
     trashedFolder.isTrashed = true;
     LibraryAlbum trashedAlbum = album(2, "Deleted album");
     trashedAlbum.isTrashed = true;
-    library.albums << trashedFolder << trashedAlbum
-                   << album(3, "Under trashed folder", 1)
-                   << album(4, "Orphan", 77)
-                   << album(5, "Plain")
-                   << album(6, "Under an album", 5)
-                   << folder(7, "Empty folder")
+    library.albums << trashedFolder << trashedAlbum << album(3, "Under trashed folder", 1) << album(4, "Orphan", 77)
+                   << album(5, "Plain") << album(6, "Under an album", 5) << folder(7, "Empty folder")
                    << folder(8, "Outer") << folder(9, "Inner", 8) << album(10, "Deep", 9);
     library.membership[2] = {1};
     library.membership[4] = {2};
@@ -231,8 +237,8 @@ TEST(BackupPlan, AlbumTreeIsSortedNumericallyIgnoringCaseWithAccentsBesideTheirL
     const QStringList expectedTop{"Água", "album 9", "Album 10", "beach", "Beach", "Éclairs", "Zebra"};
 
     // Servers and CI run under the C locale; the order must not fall back to code points there.
-    for (const QLocale& locale : {QLocale::c(), QLocale(QLocale::English, QLocale::UnitedKingdom),
-                                  QLocale(QLocale::French, QLocale::France)}) {
+    for (const QLocale& locale :
+         {QLocale::c(), QLocale(QLocale::English, QLocale::UnitedKingdom), QLocale(QLocale::French, QLocale::France)}) {
         QLocale::setDefault(locale);
         const BackupPlan plan(library);
         EXPECT_EQ(titles(plan.albumTree), expectedTop) << locale.name().toStdString();

@@ -1,5 +1,5 @@
-#include "QtPrinters.h"
 #include "plan/FileNaming.h"
+#include "QtPrinters.h"
 
 #include <QTextBoundaryFinder>
 
@@ -55,7 +55,7 @@ TEST(FileNaming, SafeNameCutsAtCharactersAndBytes)
     // 130 user-perceived characters of emoji and combining marks: each is many bytes, so the
     // 200-byte limit cuts first, and never inside a character.
     const QString family = QString::fromUtf8("👨‍👩‍👧‍👦"); // 25 bytes, one character
-    const QString accented = QString::fromUtf8("e\u0301");    // 3 bytes, one character
+    const QString accented = QString::fromUtf8("e\u0301");                 // 3 bytes, one character
     QString title;
     for (int i = 0; i < 65; ++i)
         title += family + accented;

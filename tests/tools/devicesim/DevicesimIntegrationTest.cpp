@@ -60,7 +60,8 @@ TEST(Devicesim, StockToolsSeeTheSimulatedPhones)
     first.productVersion = "16.7.2";
     SimulatedPhone network = simulatedPhone(3, "Network Phone");
     network.connection = "Network";
-    DeviceSimulator simulator({writeDeviceFolder(dir.filePath("a"), first), writeDeviceFolder(dir.filePath("b"), simulatedPhone(2)),
+    DeviceSimulator simulator({writeDeviceFolder(dir.filePath("a"), first),
+                               writeDeviceFolder(dir.filePath("b"), simulatedPhone(2)),
                                writeDeviceFolder(dir.filePath("c"), network)});
     const QString ideviceId = requireTool("idevice_id", "libimobiledevice-utils");
     const QString ideviceinfo = requireTool("ideviceinfo", "libimobiledevice-utils");
@@ -133,15 +134,17 @@ TEST(Devicesim, BadDeviceJsonNamesTheKey)
     const QString socket = dir.filePath("s.sock");
     const ProgramResult rejected = runProgram(kSimulator, {"--socket", socket, dir.filePath("typo")});
     EXPECT_EQ(rejected.exitCode, 2);
-    EXPECT_EQ(rejected.err, ("ombrelo-devicesim: " + dir.filePath("typo") +
-                             "/device.json: unknown key \"faults.dropAfterByte\".\n")
-                                .toUtf8());
+    EXPECT_EQ(rejected.err,
+              ("ombrelo-devicesim: " + dir.filePath("typo") + "/device.json: unknown key \"faults.dropAfterByte\".\n")
+                  .toUtf8());
     EXPECT_FALSE(QFileInfo::exists(socket));
 
     writeFile(dir.filePath("shape/device.json"), R"({"udid": "1234", "colour": "red"})");
-    EXPECT_TRUE(runProgram(kSimulator, {"--socket", socket, dir.filePath("shape")}).err.contains("unknown key \"colour\""));
+    EXPECT_TRUE(
+        runProgram(kSimulator, {"--socket", socket, dir.filePath("shape")}).err.contains("unknown key \"colour\""));
     writeFile(dir.filePath("shape/device.json"), R"({"udid": "1234"})");
-    EXPECT_TRUE(runProgram(kSimulator, {"--socket", socket, dir.filePath("shape")}).err.contains("\"1234\" is neither"));
+    EXPECT_TRUE(
+        runProgram(kSimulator, {"--socket", socket, dir.filePath("shape")}).err.contains("\"1234\" is neither"));
     EXPECT_EQ(runProgram(kSimulator, {dir.filePath("typo")}).exitCode, 2);
 
     // Under --devices-dir, a bad device.json leaves that phone unplugged until it is fixed.
@@ -208,7 +211,8 @@ TEST(Devicesim, StopsCleanlyOnSignalsWithConnectionsOpen)
     killed.stop();
     ASSERT_TRUE(QFileInfo::exists(killed.socketPath()));
     const QString stale = killed.socketPath();
-    const ProgramResult restarted = runProgram("timeout", {"--preserve-status", "-s", "INT", "1", kSimulator, "--socket", stale, folder});
+    const ProgramResult restarted =
+        runProgram("timeout", {"--preserve-status", "-s", "INT", "1", kSimulator, "--socket", stale, folder});
     EXPECT_EQ(restarted.exitCode, 0) << restarted.describe().toStdString();
     EXPECT_FALSE(QFileInfo::exists(stale));
 }

@@ -55,10 +55,7 @@ QStringList texts(SQLiteDB& db, const QString& sql)
     return values;
 }
 
-QJsonObject readKey(const QString& path)
-{
-    return QJsonDocument::fromJson(readFile(path)).object();
-}
+QJsonObject readKey(const QString& path) { return QJsonDocument::fromJson(readFile(path)).object(); }
 
 // Every file under `root`, as device paths ("/DCIM/100APPLE/IMG_0001.HEIC").
 QSet<QString> filesUnder(const QString& media, const QString& root)
@@ -103,7 +100,8 @@ TEST(Mkdevice, SameSeedGivesTheSameBytes)
     // The log's random salts included: the database is reproducible to the byte.
     EXPECT_TRUE(a.contains("/media/PhotoData/Photos.sqlite-wal"));
 
-    EXPECT_NE(readFile(dir.filePath("a/media/PhotoData/Photos.sqlite")), readFile(dir.filePath("c/media/PhotoData/Photos.sqlite")));
+    EXPECT_NE(readFile(dir.filePath("a/media/PhotoData/Photos.sqlite")),
+              readFile(dir.filePath("c/media/PhotoData/Photos.sqlite")));
     const QJsonObject deviceA = QJsonDocument::fromJson(readFile(dir.filePath("a/device.json"))).object();
     const QJsonObject deviceC = QJsonDocument::fromJson(readFile(dir.filePath("c/device.json"))).object();
     EXPECT_TRUE(QRegularExpression("^[0-9a-f]{40}$").match(deviceA["udid"].toString()).hasMatch());
@@ -138,7 +136,8 @@ TEST(Mkdevice, EachGenerationHasItsDatabaseLayout)
     for (const Layout& layout : layouts) {
         SCOPED_TRACE(layout.generation);
         const QString device = dir.filePath(layout.generation);
-        const ProgramResult run = mkdevice({device, "--generation", layout.generation, "--assets", "50", "--files", "none"});
+        const ProgramResult run =
+            mkdevice({device, "--generation", layout.generation, "--assets", "50", "--files", "none"});
         ASSERT_EQ(run.exitCode, 0) << run.describe().toStdString();
         SQLiteDB db(copyDatabase(device, dir.filePath(QString(layout.generation) + "-copy")), false, false);
 
@@ -148,41 +147,55 @@ TEST(Mkdevice, EachGenerationHasItsDatabaseLayout)
         EXPECT_TRUE(db.columns(otherTable).isEmpty());
         EXPECT_EQ(scalar(db, "SELECT Z_ENT FROM Z_PRIMARYKEY WHERE Z_NAME = 'Album'"), layout.album);
         EXPECT_EQ(scalar(db, "SELECT Z_ENT FROM Z_PRIMARYKEY WHERE Z_NAME = 'Folder'"), layout.folder);
-        EXPECT_EQ(scalar(db, "SELECT count(*) FROM Z_PRIMARYKEY WHERE Z_NAME = 'GenericAsset'"), assetTable == "ZGENERICASSET" ? 1 : 0);
+        EXPECT_EQ(scalar(db, "SELECT count(*) FROM Z_PRIMARYKEY WHERE Z_NAME = 'GenericAsset'"),
+                  assetTable == "ZGENERICASSET" ? 1 : 0);
 
         const QString join = QString("Z_%1ASSETS").arg(layout.album);
         const QString assetColumn = QString("Z_%1ASSETS").arg(layout.assetColumnEntity);
-        EXPECT_EQ(db.columns(join), (QSet<QString>{QString("Z_%1ALBUMS").arg(layout.album), assetColumn, "Z_FOK_" + assetColumn.mid(2)}));
+        EXPECT_EQ(db.columns(join),
+                  (QSet<QString>{QString("Z_%1ALBUMS").arg(layout.album), assetColumn, "Z_FOK_" + assetColumn.mid(2)}));
         EXPECT_GT(scalar(db, "SELECT count(*) FROM " + join), 20);
         // Other tables whose names end in ASSETS are there to mislead a careless search.
-        EXPECT_GE(scalar(db, "SELECT count(*) FROM sqlite_master WHERE type='table' AND name GLOB 'Z_[0-9]*ASSETS'"), 3);
+        EXPECT_GE(scalar(db, "SELECT count(*) FROM sqlite_master WHERE type='table' AND name GLOB 'Z_[0-9]*ASSETS'"),
+                  3);
 
         const QSet<QString> columns = db.columns(assetTable);
-        for (const char* required : {"Z_PK", "ZUUID", "ZDIRECTORY", "ZFILENAME", "ZDATECREATED", "ZTRASHEDSTATE", "ZHIDDEN",
-                                     "ZKIND", "ZKINDSUBTYPE", "ZSAVEDASSETTYPE", "ZADJUSTMENTTIMESTAMP"})
+        for (const char* required : {"Z_PK", "ZUUID", "ZDIRECTORY", "ZFILENAME", "ZDATECREATED", "ZTRASHEDSTATE",
+                                     "ZHIDDEN", "ZKIND", "ZKINDSUBTYPE", "ZSAVEDASSETTYPE", "ZADJUSTMENTTIMESTAMP"})
             EXPECT_TRUE(columns.contains(required)) << required;
         EXPECT_EQ(columns.contains("ZBUNDLESCOPE"), layout.bundleScope);
         EXPECT_EQ(columns.contains("ZHASADJUSTMENTS"), layout.adjustmentsFlag);
         EXPECT_EQ(columns.contains("ZADJUSTMENTSSTATE"), layout.adjustmentsState);
-        EXPECT_EQ(scalar(db, "SELECT count(*) FROM ZADDITIONALASSETATTRIBUTES x JOIN " + assetTable + " a ON x.ZASSET = a.Z_PK"), 50);
-        EXPECT_GT(scalar(db, "SELECT count(*) FROM ZADDITIONALASSETATTRIBUTES WHERE ZORIGINALFILENAME IS NOT NULL"), 40);
+        EXPECT_EQ(scalar(db, "SELECT count(*) FROM ZADDITIONALASSETATTRIBUTES x JOIN " + assetTable +
+                                 " a ON x.ZASSET = a.Z_PK"),
+                  50);
+        EXPECT_GT(scalar(db, "SELECT count(*) FROM ZADDITIONALASSETATTRIBUTES WHERE ZORIGINALFILENAME IS NOT NULL"),
+                  40);
 
         // Built-in albums beside the user's: the root folder that top-level albums point to,
         // shared albums and import sessions outside it, smart albums without members.
         const int64_t root = scalar(db, "SELECT Z_PK FROM ZGENERICALBUM WHERE ZKIND = 3999 AND ZPARENTFOLDER IS NULL");
         EXPECT_GT(root, 0);
-        EXPECT_EQ(scalar(db, "SELECT count(*) FROM ZGENERICALBUM WHERE ZKIND IN (2, 4000) AND ZPARENTFOLDER IS NULL"), 0);
-        EXPECT_GT(scalar(db, "SELECT count(*) FROM ZGENERICALBUM WHERE ZKIND IN (2, 4000) AND ZPARENTFOLDER = ?", {SQLValue(root)}), 10);
-        EXPECT_EQ(scalar(db, "SELECT count(*) FROM ZGENERICALBUM a JOIN ZGENERICALBUM f ON a.ZPARENTFOLDER = f.Z_PK "
-                             "JOIN ZGENERICALBUM g ON f.ZPARENTFOLDER = g.Z_PK WHERE a.ZKIND = 2 AND f.ZKIND = 4000 AND g.ZKIND = 4000"),
-                  2); // Travel/Europe/Paris and Rome
+        EXPECT_EQ(scalar(db, "SELECT count(*) FROM ZGENERICALBUM WHERE ZKIND IN (2, 4000) AND ZPARENTFOLDER IS NULL"),
+                  0);
+        EXPECT_GT(scalar(db, "SELECT count(*) FROM ZGENERICALBUM WHERE ZKIND IN (2, 4000) AND ZPARENTFOLDER = ?",
+                         {SQLValue(root)}),
+                  10);
+        EXPECT_EQ(
+            scalar(
+                db,
+                "SELECT count(*) FROM ZGENERICALBUM a JOIN ZGENERICALBUM f ON a.ZPARENTFOLDER = f.Z_PK "
+                "JOIN ZGENERICALBUM g ON f.ZPARENTFOLDER = g.Z_PK WHERE a.ZKIND = 2 AND f.ZKIND = 4000 AND g.ZKIND = 4000"),
+            2); // Travel/Europe/Paris and Rome
         EXPECT_EQ(scalar(db, "SELECT count(*) FROM ZGENERICALBUM WHERE ZKIND = 1505 AND ZPARENTFOLDER IS NULL"), 2);
         EXPECT_GT(scalar(db, "SELECT count(*) FROM ZGENERICALBUM WHERE ZKIND = 1506"), 0);
-        EXPECT_GT(scalar(db, "SELECT count(*) FROM ZGENERICALBUM WHERE ZKIND = 1507 OR ZKIND BETWEEN 1600 AND 1699"), 0);
-        EXPECT_EQ(scalar(db, "SELECT count(*) FROM " + join + " j JOIN ZGENERICALBUM g ON g.Z_PK = j.Z_" + QString::number(layout.album)
-                                 + "ALBUMS WHERE g.ZKIND <> 2 AND g.ZKIND <> 1505"),
+        EXPECT_GT(scalar(db, "SELECT count(*) FROM ZGENERICALBUM WHERE ZKIND = 1507 OR ZKIND BETWEEN 1600 AND 1699"),
                   0);
-        EXPECT_EQ(texts(db, "SELECT Z_ENT FROM ZGENERICALBUM WHERE ZKIND = 4000 LIMIT 1"), QStringList{QString::number(layout.folder)});
+        EXPECT_EQ(scalar(db, "SELECT count(*) FROM " + join + " j JOIN ZGENERICALBUM g ON g.Z_PK = j.Z_" +
+                                 QString::number(layout.album) + "ALBUMS WHERE g.ZKIND <> 2 AND g.ZKIND <> 1505"),
+                  0);
+        EXPECT_EQ(texts(db, "SELECT Z_ENT FROM ZGENERICALBUM WHERE ZKIND = 4000 LIMIT 1"),
+                  QStringList{QString::number(layout.folder)});
 
         // The entity table matches a real database of the same year, entity for entity.
         if (*layout.corpus) {
@@ -199,7 +212,9 @@ TEST(Mkdevice, EachGenerationHasItsDatabaseLayout)
 
     // Before 17.6 iOS 17 numbered Album one lower.
     const QString early = dir.filePath("ios17.5");
-    ASSERT_EQ(mkdevice({early, "--generation", "ios17", "--version", "17.5.1", "--assets", "5", "--files", "none"}).exitCode, 0);
+    ASSERT_EQ(
+        mkdevice({early, "--generation", "ios17", "--version", "17.5.1", "--assets", "5", "--files", "none"}).exitCode,
+        0);
     SQLiteDB db(copyDatabase(early, dir.filePath("ios17.5-copy")), false, false);
     EXPECT_EQ(scalar(db, "SELECT Z_ENT FROM Z_PRIMARYKEY WHERE Z_NAME = 'Album'"), 28);
     EXPECT_FALSE(db.columns("Z_28ASSETS").isEmpty());
@@ -229,9 +244,11 @@ bool looksValid(const QString& name, const QByteArray& bytes)
     if (ext == "png")
         return bytes.startsWith("\x89PNG\r\n\x1A\n") && bytes.contains("IEND");
     if (ext == "heic")
-        return bytes.mid(4, 8) == "ftypheic" && boxesCoverFile(bytes, bytes.size(), &boxes) && boxes.endsWith("mdat") && boxes.contains("meta");
+        return bytes.mid(4, 8) == "ftypheic" && boxesCoverFile(bytes, bytes.size(), &boxes) && boxes.endsWith("mdat") &&
+               boxes.contains("meta");
     if (ext == "mov")
-        return bytes.mid(4, 8) == "ftypqt  " && boxesCoverFile(bytes, bytes.size(), &boxes) && boxes.contains("moov") && boxes.endsWith("mdat");
+        return bytes.mid(4, 8) == "ftypqt  " && boxesCoverFile(bytes, bytes.size(), &boxes) && boxes.contains("moov") &&
+               boxes.endsWith("mdat");
     if (ext == "aae")
         return bytes.startsWith("<?xml") && bytes.contains("<plist") && bytes.contains("adjustmentFormatIdentifier");
     if (ext == "plist")
@@ -282,9 +299,11 @@ TEST(Mkdevice, AnswerKeyDescribesWhatThePhoneHolds)
                 originalsByHash[file["sha256"].toString()].insert(path);
         }
         const bool onDevice = asset["category"] != "iCloudOnly";
-        EXPECT_EQ(QFileInfo::exists(media + "/" + asset["directory"].toString() + "/" + asset["filename"].toString()), onDevice);
+        EXPECT_EQ(QFileInfo::exists(media + "/" + asset["directory"].toString() + "/" + asset["filename"].toString()),
+                  onDevice);
         EXPECT_EQ(parts.isEmpty(), !onDevice);
-        const QString thumbnail = media + "/PhotoData/Thumbnails/V2/" + asset["directory"].toString() + "/" + asset["filename"].toString() + "/5005.JPG";
+        const QString thumbnail = media + "/PhotoData/Thumbnails/V2/" + asset["directory"].toString() + "/" +
+                                  asset["filename"].toString() + "/5005.JPG";
         EXPECT_TRUE(looksValid(thumbnail, readFile(thumbnail))) << thumbnail.toStdString();
     }
     QSet<QString> unknown;
@@ -299,14 +318,18 @@ TEST(Mkdevice, AnswerKeyDescribesWhatThePhoneHolds)
     for (const QString& path : unknown) {
         EXPECT_FALSE(known.contains(QFileInfo(path.mid(1)).path() + "/" + QFileInfo(path).fileName()));
         for (const QString& file : known)
-            EXPECT_FALSE(QFileInfo(file).path() == QFileInfo(path.mid(1)).path() && stemOf(QFileInfo(file).fileName()) == stemOf(QFileInfo(path).fileName()));
+            EXPECT_FALSE(QFileInfo(file).path() == QFileInfo(path.mid(1)).path() &&
+                         stemOf(QFileInfo(file).fileName()) == stemOf(QFileInfo(path).fileName()));
     }
 
     // Every situation the backup has to handle is there.
-    EXPECT_EQ(categories, (QSet<QString>{"library", "trashed", "sharedWithYou", "sharedAlbum", "otherLibrary", "iCloudOnly"}));
-    EXPECT_EQ(components, (QSet<QString>{"original", "live-video", "aae", "edited", "edited-live-video", "edited-still", "adjustments"}));
-    EXPECT_TRUE(std::any_of(originalsByHash.begin(), originalsByHash.end(), [](const QSet<QString>& paths) { return paths.size() == 2; }))
-        << "the same picture imported twice";
+    EXPECT_EQ(categories,
+              (QSet<QString>{"library", "trashed", "sharedWithYou", "sharedAlbum", "otherLibrary", "iCloudOnly"}));
+    EXPECT_EQ(components, (QSet<QString>{"original", "live-video", "aae", "edited", "edited-live-video", "edited-still",
+                                         "adjustments"}));
+    EXPECT_TRUE(std::any_of(originalsByHash.begin(), originalsByHash.end(), [](const QSet<QString>& paths) {
+        return paths.size() == 2;
+    })) << "the same picture imported twice";
     QHash<QString, QSet<QString>> directoriesByName;
     QHash<QString, int> stemsInDirectory;
     int hiddenInLibrary = 0;
@@ -317,8 +340,9 @@ TEST(Mkdevice, AnswerKeyDescribesWhatThePhoneHolds)
         hiddenInLibrary += value["isHidden"].toBool() && value["category"] == "library";
         inSeveralAlbums += value["albums"].toArray().size() >= 2;
     }
-    EXPECT_TRUE(std::any_of(directoriesByName.begin(), directoriesByName.end(), [](const auto& dirs) { return dirs.size() == 2; }))
-        << "the same file name in two camera folders";
+    EXPECT_TRUE(std::any_of(directoriesByName.begin(), directoriesByName.end(), [](const auto& dirs) {
+        return dirs.size() == 2;
+    })) << "the same file name in two camera folders";
     EXPECT_TRUE(std::any_of(stemsInDirectory.begin(), stemsInDirectory.end(), [](int n) { return n == 2; }));
     EXPECT_GE(hiddenInLibrary, 2);
     EXPECT_GE(inSeveralAlbums, 3);
@@ -338,8 +362,10 @@ TEST(Mkdevice, AnswerKeyDescribesWhatThePhoneHolds)
         emptyAlbums += value["kind"] == 2 && !withMembers.contains(value["uuid"].toString());
     }
     EXPECT_TRUE(titles.contains("Family") && titles.contains("family"));
-    EXPECT_TRUE(std::any_of(titles.begin(), titles.end(), [](const QString& t) { return t.contains('/') && t.contains(':') && t.contains('|'); }));
-    EXPECT_TRUE(std::any_of(titles.begin(), titles.end(), [](const QString& t) { return t.contains('\n') && t.contains('\t'); }));
+    EXPECT_TRUE(std::any_of(titles.begin(), titles.end(),
+                            [](const QString& t) { return t.contains('/') && t.contains(':') && t.contains('|'); }));
+    EXPECT_TRUE(std::any_of(titles.begin(), titles.end(),
+                            [](const QString& t) { return t.contains('\n') && t.contains('\t'); }));
     EXPECT_TRUE(std::any_of(titles.begin(), titles.end(), [](const QString& t) { return t.startsWith('.'); }));
     EXPECT_GE(emptyAlbums, 1);
     EXPECT_TRUE(std::any_of(albums.begin(), albums.end(), [&](const QJsonValue& v) {
@@ -352,7 +378,8 @@ TEST(Mkdevice, SparseFilesHaveRealisticSizesOnLittleDisk)
     TempDir dir;
     const QString device = dir.filePath("phone");
     const QString media = device + "/media";
-    const ProgramResult run = mkdevice({device, "--assets", "300", "--files", "sparse", "--answer-key", dir.filePath("key.json")});
+    const ProgramResult run =
+        mkdevice({device, "--assets", "300", "--files", "sparse", "--answer-key", dir.filePath("key.json")});
     ASSERT_EQ(run.exitCode, 0) << run.describe().toStdString();
     const QJsonArray assets = readKey(dir.filePath("key.json"))["assets"].toArray();
 
@@ -414,9 +441,15 @@ TEST(Mkdevice, AHundredThousandItemsInSeconds)
     SQLiteDB db(copyDatabase(device, dir.filePath("copy")), false, false);
     EXPECT_EQ(scalar(db, "SELECT count(*) FROM ZASSET"), 100000);
     EXPECT_LE(scalar(db, "SELECT max(n) FROM (SELECT count(*) AS n FROM ZASSET GROUP BY ZDIRECTORY)"), 1000);
-    EXPECT_GE(scalar(db, "SELECT count(DISTINCT ZDIRECTORY) FROM ZASSET WHERE ZDIRECTORY GLOB 'DCIM/[1-9][0-9][0-9]APPLE'"), 80);
+    EXPECT_GE(
+        scalar(db, "SELECT count(DISTINCT ZDIRECTORY) FROM ZASSET WHERE ZDIRECTORY GLOB 'DCIM/[1-9][0-9][0-9]APPLE'"),
+        80);
     // Camera numbers wrap after IMG_9999, so names repeat in later folders.
-    EXPECT_GT(scalar(db, "SELECT count(*) FROM (SELECT ZFILENAME FROM ZASSET GROUP BY ZFILENAME HAVING count(DISTINCT ZDIRECTORY) > 1)"), 1000);
+    EXPECT_GT(
+        scalar(
+            db,
+            "SELECT count(*) FROM (SELECT ZFILENAME FROM ZASSET GROUP BY ZFILENAME HAVING count(DISTINCT ZDIRECTORY) > 1)"),
+        1000);
     EXPECT_GT(scalar(db, "SELECT count(*) FROM Z_33ASSETS"), 20000);
     EXPECT_EQ(scalar(db, "SELECT count(*) FROM ZGENERICALBUM WHERE ZKIND = 2"), 220);
 }
@@ -433,7 +466,8 @@ TEST(Mkdevice, RefusesWhatItCannotDoInFullSentences)
 
     run = mkdevice({dir.filePath("a"), "--generation", "ios11"});
     EXPECT_EQ(run.exitCode, 2);
-    EXPECT_TRUE(run.err.contains("“ios11” is not a generation this tool knows; use one of ios12, ios13, ios14, ios15, ios16, ios17, ios18, ios26."))
+    EXPECT_TRUE(run.err.contains(
+        "“ios11” is not a generation this tool knows; use one of ios12, ios13, ios14, ios15, ios16, ios17, ios18, ios26."))
         << run.err.toStdString();
     run = mkdevice({dir.filePath("b"), "--generation", "ios17", "--version", "16.1"});
     EXPECT_EQ(run.exitCode, 2);
