@@ -3,7 +3,7 @@ BUILD_DIR ?= build
 JOBS ?= $(shell nproc)
 CMAKE_FLAGS ?= -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo
 
-.PHONY: all deps configure build test demo bench install clean
+.PHONY: all deps configure build test demo bench install clean format check-format
 
 all: build
 
@@ -32,3 +32,10 @@ install: build
 
 clean:
 	rm -rf $(BUILD_DIR)
+
+# Formats every C++ file of the tree; check-format fails, listing the files, when one is not formatted.
+format:
+	git ls-files '*.cpp' '*.h' | xargs clang-format -i
+
+check-format:
+	git ls-files '*.cpp' '*.h' | xargs clang-format --dry-run --Werror

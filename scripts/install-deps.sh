@@ -4,7 +4,7 @@
 set -euo pipefail
 
 PACKAGES=(
-  build-essential cmake ninja-build pkg-config
+  build-essential cmake ninja-build pkg-config clang-format
   qt6-base-dev qt6-base-dev-tools
   libimobiledevice-dev libusbmuxd-dev libplist-dev
   libsqlite3-dev sqlite3 libssl-dev
