@@ -1,6 +1,7 @@
 #include "AppInfo.h"
 
 #include "BuildInfo.h"
+#include "Version.h"
 
 #include <QSysInfo>
 #include <QtGlobal>
@@ -8,7 +9,7 @@
 AppInfo AppInfo::current()
 {
     return AppInfo{
-        .version = buildinfo::version,
+        .version = ombrelo::kVersion,
         .build = buildinfo::build,
         .environment = buildinfo::environment,
         .website = QUrl(buildinfo::website),

@@ -29,8 +29,6 @@ QString describe(UpdateError::Kind kind, const QUrl& feed, const QString& detail
 } // namespace
 
 UpdateError::UpdateError(Kind kind, const QUrl& feed, const QString& detail)
-    : std::runtime_error(describe(kind, feed, detail).toStdString()), m_kind(kind), m_feed(feed), m_detail(detail)
+    : DescribedError(describe(kind, feed, detail)), m_kind(kind)
 {
 }
-
-QString UpdateError::description() const { return describe(m_kind, m_feed, m_detail); }

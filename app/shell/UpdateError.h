@@ -1,12 +1,12 @@
 #pragma once
 
+#include "DescribedError.h"
+
 #include <QString>
 #include <QUrl>
 
-#include <stdexcept>
-
 // Why a check for updates found nothing to offer.
-class UpdateError : public std::runtime_error {
+class UpdateError : public DescribedError {
 public:
     enum class Kind { backupInProgress, unreadableFeed, timedOut, invalidFeed, badSignature, invalidPublicKey };
 
@@ -25,12 +25,9 @@ public:
     static UpdateError invalidPublicKey() { return {Kind::invalidPublicKey, {}, {}}; }
 
     Kind kind() const { return m_kind; }
-    QString description() const;
 
 private:
     UpdateError(Kind kind, const QUrl& feed, const QString& detail);
 
     Kind m_kind;
-    QUrl m_feed;
-    QString m_detail;
 };
