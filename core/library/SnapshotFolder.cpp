@@ -41,8 +41,8 @@ SnapshotFolder::SnapshotFolder(const QString& path) : m_path(QDir::cleanPath(pat
 {
     const QString parent = QFileInfo(m_path).path();
     if (!QDir().mkpath(QFileInfo(parent).path()))
-        throw DescribedError(QString::fromUtf8("Could not create the folder \u201c%1\u201d for the database copy.")
-                                 .arg(parent));
+        throw DescribedError(
+            QString::fromUtf8("Could not create the folder \u201c%1\u201d for the database copy.").arg(parent));
     makeRealFolder(parent);
     makeRealFolder(m_path);
     m_lock.emplace(filePath(kLockName));
@@ -94,8 +94,8 @@ void SnapshotFolder::writeRecord(const QJsonObject& record)
 {
     const QString part = partPath(recordName);
     QFile file(part);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::NewOnly) ||
-        file.write(QJsonDocument(record).toJson()) < 0 || !file.flush())
+    if (!file.open(QIODevice::WriteOnly | QIODevice::NewOnly) || file.write(QJsonDocument(record).toJson()) < 0 ||
+        !file.flush())
         throw DescribedError(QString::fromUtf8("Could not write \u201c%1\u201d: %2").arg(part, file.errorString()));
     file.close();
     place(part, recordName);

@@ -16,7 +16,10 @@
 
 namespace {
 
-int databaseFetches(PhoneBackup& phone) { return int(phone.simulator().log().count("FILE_OPEN /PhotoData/Photos.sqlite ")); }
+int databaseFetches(PhoneBackup& phone)
+{
+    return int(phone.simulator().log().count("FILE_OPEN /PhotoData/Photos.sqlite "));
+}
 
 QString cacheOf(const PhoneBackup& phone)
 {
