@@ -73,7 +73,8 @@ QByteArray libraryJson(const PhotoLibrary& library)
     const QJsonObject root{{"assets", assets},
                            {"albums", albums},
                            {"membership", membership},
-                           {"schemaNotes", QJsonArray::fromStringList(library.schemaNotes)}};
+                           {"schemaNotes", QJsonArray::fromStringList(library.schemaNotes)},
+                           {"problems", QJsonArray::fromStringList(library.problems)}};
     return QJsonDocument(root).toJson(QJsonDocument::Indented);
 }
 
@@ -99,6 +100,8 @@ void printCounts(const PhotoLibrary& library, QTextStream& out)
     out << "Schema notes:\n";
     for (const QString& note : library.schemaNotes)
         out << "  " << note << "\n";
+    for (const QString& problem : library.problems)
+        out << "WARNING " << problem << "\n";
 }
 
 } // namespace
