@@ -76,6 +76,7 @@ QStringList quickCheck(const QString& path)
 
 TEST(LibrarySnapshot, FetchWithoutLogFiles)
 {
+    SKIP_WITHOUT_CORPUS();
     TempDir scratch;
     ScriptedSource device;
     serveCorpus(device, "osxphotos-13.0.0", {"Photos.sqlite"}, scratch);
@@ -87,6 +88,7 @@ TEST(LibrarySnapshot, FetchWithoutLogFiles)
 
 TEST(LibrarySnapshot, FetchFailsAfterTheLastAttempt)
 {
+    SKIP_WITHOUT_CORPUS();
     TempDir scratch;
     ScriptedSource empty;
     try {
@@ -113,6 +115,7 @@ TEST(LibrarySnapshot, FetchFailsAfterTheLastAttempt)
 
 TEST(LibrarySnapshot, FetchTriesAgainFromTheStart)
 {
+    SKIP_WITHOUT_CORPUS();
     TempDir scratch;
     ScriptedSource device;
     serveCorpus(device, "osxphotos-26.1", LibrarySnapshot::deviceFiles(), scratch);
@@ -132,6 +135,7 @@ TEST(LibrarySnapshot, FetchTriesAgainFromTheStart)
 
 TEST(LibrarySnapshot, IntegrityCheckReportsTheLastProblem)
 {
+    SKIP_WITHOUT_CORPUS();
     TempDir scratch;
     const QString intact = copyCorpusDatabase("osxphotos-15.4.1", scratch.filePath("intact"));
     EXPECT_NO_THROW(LibrarySnapshot::checkIntegrity(intact));
