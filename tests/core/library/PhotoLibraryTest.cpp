@@ -183,7 +183,7 @@ TEST(PhotoLibrary, MissingRequiredColumnsAreNamed)
         {{"DROP TABLE Z_PRIMARYKEY"}, "SQLite: no such table: Z_PRIMARYKEY in: SELECT Z_ENT, Z_NAME FROM Z_PRIMARYKEY"},
     };
     for (const auto& [statements, text] : cases)
-        EXPECT_EQ(loadFailure(changedDatabase(dir, statements)), text) << statements.join("; ").toStdString();
+        EXPECT_EQ(loadFailure(changedDatabase(dir, statements)), text) << statements.join("; ");
 }
 
 TEST(PhotoLibrary, MissingOptionalColumnsGetDefaults)

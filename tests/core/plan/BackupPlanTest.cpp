@@ -58,41 +58,35 @@ QStringList placed(const BackupPlan& plan)
 TEST(BackupPlan, EligibilityTestsRunInOrderAndLeaveSkippedAssetsOutOfEveryLeaf)
 {
     PhotoLibrary library;
-    auto add = [&](const QString& uuid, auto&& change) {
-        LibraryAsset asset = photo(library.assets.size() + 1, uuid);
-        change(asset);
-        library.assets << asset;
+    const QString shared = "PhotoData/PhotoCloudSharingData/4F2A";
+    const struct {
+        const char* uuid;
+        bool trashed = false, hidden = false;
+        std::optional<int64_t> savedType = {}, scope = {};
+        QString directory = "DCIM/100APPLE";
+    } assets[] = {
+        // Trashed wins over every later test.
+        {"trashed-and-messages", true, false, 12},
+        {"trashed-hidden", true, true},
+        {"messages-other-scope", false, false, 12, 5},
+        {"scope-3-in-shared-folder", false, false, {}, 3, shared},
+        {"shared-folder-other-scope", false, false, {}, 7, shared},
+        {"other-scope", false, false, {}, 1},
+        // Eligible: scope 0 or absent, other saved types, hidden, cloud assets elsewhere.
+        {"scope-0", false, false, 3, 0},
+        {"no-scope"},
+        {"hidden", false, true},
+        {"cloud", false, false, {}, {}, "PhotoData/CPLAssets/group1"},
     };
-    // Trashed wins over every later test.
-    add("trashed-and-messages", [](LibraryAsset& a) {
-        a.isTrashed = true;
-        a.savedAssetType = 12;
-    });
-    add("trashed-hidden", [](LibraryAsset& a) {
-        a.isTrashed = true;
-        a.isHidden = true;
-    });
-    add("messages-other-scope", [](LibraryAsset& a) {
-        a.savedAssetType = 12;
-        a.bundleScope = 5;
-    });
-    add("scope-3-in-shared-folder", [](LibraryAsset& a) {
-        a.bundleScope = 3;
-        a.directory = "PhotoData/PhotoCloudSharingData/4F2A";
-    });
-    add("shared-folder-other-scope", [](LibraryAsset& a) {
-        a.directory = "PhotoData/PhotoCloudSharingData/4F2A";
-        a.bundleScope = 7;
-    });
-    add("other-scope", [](LibraryAsset& a) { a.bundleScope = 1; });
-    // Eligible: scope 0 or absent, other saved types, hidden, cloud assets elsewhere.
-    add("scope-0", [](LibraryAsset& a) {
-        a.bundleScope = 0;
-        a.savedAssetType = 3;
-    });
-    add("no-scope", [](LibraryAsset&) {});
-    add("hidden", [](LibraryAsset& a) { a.isHidden = true; });
-    add("cloud", [](LibraryAsset& a) { a.directory = "PhotoData/CPLAssets/group1"; });
+    for (const auto& a : assets) {
+        LibraryAsset asset = photo(library.assets.size() + 1, a.uuid);
+        asset.isTrashed = a.trashed;
+        asset.isHidden = a.hidden;
+        asset.savedAssetType = a.savedType;
+        asset.bundleScope = a.scope;
+        asset.directory = a.directory;
+        library.assets << asset;
+    }
     library.albums << album(1, "Trip");
     library.membership[1] = {1, 3, 7};
 
