@@ -2,7 +2,7 @@
 
 #include "BackupError.h"
 #include "BackupFolderLock.h"
-#include "device/DeviceError.h"
+#include "DescribedError.h"
 #include "device/MediaSource.h"
 #include "device/MediaSourceError.h"
 #include "device/StreamingHasher.h"
@@ -26,21 +26,29 @@
 
 namespace {
 
-// The user-facing text of any failure that can end one asset.
-QString describe(const std::exception& error)
-{
-    if (const auto* e = dynamic_cast<const BackupError*>(&error))
-        return e->description();
-    if (const auto* e = dynamic_cast<const MediaSourceError*>(&error))
-        return e->description();
-    if (const auto* e = dynamic_cast<const SQLiteError*>(&error))
-        return e->description();
-    if (const auto* e = dynamic_cast<const DeviceError*>(&error))
-        return e->description();
-    return QString::fromUtf8(error.what());
-}
-
 QString freshName() { return QUuid::createUuid().toString(QUuid::WithoutBraces); }
+
+// Thrown inside an asset when a stop is asked for in the middle of it; the run ends there.
+struct RunStopped {};
+
+const QString kDeviceStopped = QStringLiteral("The device stopped responding. Check the cable, unlock it, and run the "
+                                              "backup again: it carries on where it stopped.");
+// After this many items in a row fail because the connection to the device failed, it is gone.
+constexpr int kLinkFailuresToGiveUp = 3;
+
+// Whether an item's failure means the device is gone: it stopped answering, or the link to it
+// failed for the last few items in a row (counted in `linkFailures`).
+bool deviceIsGone(const std::exception& error, int& linkFailures)
+{
+    const auto* media = dynamic_cast<const MediaSourceError*>(&error);
+    if (media && media->kind() == MediaSourceError::Kind::deviceStopped)
+        return true;
+    if (!media || media->kind() != MediaSourceError::Kind::linkLost) {
+        linkFailures = 0;
+        return false;
+    }
+    return ++linkFailures >= kLinkFailuresToGiveUp;
+}
 
 // Whether a name beside an asset's file could be one of its files: a live video or a sidecar
 // (an extension as FileNaming::split cuts it, any case).
@@ -224,6 +232,7 @@ BackupSummary BackupEngine::run(const BackupOptions& options, const std::functio
 
     const auto total = int64_t(order.size());
     m_queue = std::make_unique<SourceQueue>(m_source, kReadyDownloads);
+    m_isCancelled = isCancelled;
     // The source thread ends with the run, however the run ends (and before the folder's lock goes);
     // a run that ends normally stops it after the loop already.
     const auto stopQueue = qScopeGuard([this] {
@@ -231,6 +240,7 @@ BackupSummary BackupEngine::run(const BackupOptions& options, const std::functio
         m_pendingListings.clear();
         m_queue.reset();
     });
+    int linkFailures = 0; // assets failed in a row because the connection to the device failed
     int64_t lookedAt = 0; // assets before this index have been looked at ahead of their turn
     int64_t listedAt = 0; // and their folders listed ahead
     for (int64_t i = 0; i < total; ++i) {
@@ -241,7 +251,8 @@ BackupSummary BackupEngine::run(const BackupOptions& options, const std::functio
         if (!order[size_t(i)])
             continue;
         const LibraryAsset& asset = *order[size_t(i)];
-        send(BackupEvent::makeProgress({i, total, asset.displayName(), summary.bytesCopied}));
+        m_current = {i, total, asset.displayName(), summary.bytesCopied, 0, 0, m_queue->bytesStreamed()};
+        send(BackupEvent::makeProgress(m_current));
         for (; listedAt <= std::min(i + kListingLookahead, total - 1); ++listedAt)
             if (const LibraryAsset* next = order[size_t(listedAt)])
                 listAhead(*next);
@@ -251,19 +262,32 @@ BackupSummary BackupEngine::run(const BackupOptions& options, const std::functio
                 lookAhead(*next, leavesOf(lookedAt), tmp);
         try {
             backUp(asset, leavesOf(i), tmp, options.dryRun, summary, send);
+            linkFailures = 0;
+        } catch (const RunStopped&) {
+            summary.cancelled = true;
+            break;
         } catch (const std::exception& error) {
-            const QString text = asset.displayName() + ": " + describe(error);
+            if (deviceIsGone(error, linkFailures)) {
+                // One line for the run rather than one failure per remaining item.
+                summary.errors.append(kDeviceStopped);
+                summary.deviceStopped = true;
+                send(BackupEvent::makeError(kDeviceStopped));
+                break;
+            }
+            const QString text = asset.displayName() + ": " + describeError(error);
             summary.errors.append(text);
-            send(BackupEvent::makeLog("ERROR " + text));
+            send(BackupEvent::makeError(text, asset.uuid));
         }
         forget(asset.uuid);
     }
     // Downloads begun for assets a cancelled run did not reach are thrown away.
+    const uint64_t streamed = m_queue->bytesStreamed();
     m_ahead.clear();
     m_pendingListings.clear();
     m_queue.reset();
     // A cancelled run reports nothing done, whatever it finished.
-    send(BackupEvent::makeProgress({summary.cancelled ? 0 : total, total, QString(), summary.bytesCopied}));
+    send(BackupEvent::makeProgress(
+        {summary.cancelled ? 0 : total, total, QString(), summary.bytesCopied, 0, 0, streamed}));
 
     if (!options.dryRun)
         removeTemporaryFolder(tmp);
@@ -274,10 +298,10 @@ bool BackupEngine::backUp(const LibraryAsset& asset, const QList<BackupNode>& le
                           BackupSummary& summary, const EventHandler& onEvent)
 {
     const QString& name = asset.displayName();
-    const auto log = [&](const QString& line) { onEvent(BackupEvent::makeLog(line)); };
+    const auto log = [&](const QString& line) { onEvent(BackupEvent::makeLog(line, asset.uuid)); };
     const auto fail = [&](const QString& text) {
         summary.errors.append(name % u": " % text);
-        log(u"ERROR " % name % u": " % text);
+        onEvent(BackupEvent::makeError(name % u": " % text, asset.uuid));
     };
 
     // A folder path that would lead outside the backup folder (it may come from a manifest) is
@@ -325,13 +349,25 @@ void BackupEngine::backUpComponent(const LibraryAsset& asset, const SourceCompon
                                    const EventHandler& onEvent)
 {
     const QString name = asset.displayName();
-    const auto log = [&](const QString& line) { onEvent(BackupEvent::makeLog(line)); };
+    const auto log = [&](const QString& line) { onEvent(BackupEvent::makeLog(line, asset.uuid)); };
 
     const Lookahead::Download fetched = downloadFor(asset.uuid, part, tmp);
     OwnFile download(fetched.destination);
     DownloadResult content;
     try {
-        content = m_queue->takeDownload(fetched.ticket);
+        // While the file streams, the listener hears how far it has come, and a stop abandons it.
+        const auto downloaded = m_queue->takeDownload(fetched.ticket, [&](const SourceQueue::Progress& progress) {
+            BackupProgress now = m_current;
+            now.bytesCopied = summary.bytesCopied;
+            now.fileBytesDone = progress.done;
+            now.fileBytesTotal = progress.total;
+            now.bytesDone = m_queue->bytesStreamed();
+            onEvent(BackupEvent::makeProgress(now));
+            return !stopRequested();
+        });
+        if (!downloaded)
+            throw RunStopped{};
+        content = *downloaded;
     } catch (const MediaSourceError& error) {
         if (error.kind() != MediaSourceError::Kind::notFound || part.component == Component::original)
             throw;
@@ -341,6 +377,9 @@ void BackupEngine::backUpComponent(const LibraryAsset& asset, const SourceCompon
 
     const auto date = asset.captureDate();
     for (qsizetype k = 0; k < pending.size(); ++k) {
+        // Each folder's copy is whole and recorded; a stop between them leaves the rest to the next run.
+        if (k > 0 && stopRequested())
+            throw RunStopped{};
         const BackupNode& leaf = pending[k];
         const QString& dest = leaf.relativePath;
 
@@ -423,7 +462,7 @@ void BackupEngine::backUpComponent(const LibraryAsset& asset, const SourceCompon
             if (dateProblem) {
                 const QString warning = fileName + ": " + *dateProblem;
                 summary.dateWarnings.append(warning);
-                log("WARNING " + warning);
+                onEvent(BackupEvent::makeWarning(warning, asset.uuid));
             }
             summary.filesCopied += 1;
             summary.bytesCopied += content.size;
@@ -767,6 +806,8 @@ QString BackupEngine::stem(const LibraryAsset& asset, const QString& dest)
     m_manifest.reserveStem(asset.uuid, dest, candidate);
     return candidate;
 }
+
+bool BackupEngine::stopRequested() const { return m_isCancelled && m_isCancelled(); }
 
 std::optional<QString> BackupEngine::setDates(const QString& file, const QDateTime& date)
 {

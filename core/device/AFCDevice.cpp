@@ -4,7 +4,9 @@
 #include "MediaSourceError.h"
 #include "StreamingHasher.h"
 
+#include <QElapsedTimer>
 #include <QFile>
+#include <QLocale>
 #include <QLoggingCategory>
 
 #include <libimobiledevice/afc.h>
@@ -12,6 +14,7 @@
 #include <libimobiledevice/lockdown.h>
 #include <plist/plist.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <stdexcept>
 
@@ -50,17 +53,24 @@ struct DictionaryFree {
     void operator()(char** dictionary) const { afc_dictionary_free(dictionary); }
 };
 
-// Closes an open AFC file when the transfer ends, however it ends.
-class OpenFile {
+// How much to ask of the device at a time: as much as arrives in about half a second, up to the
+// buffer's size. A slow link then still answers every request within a second or so, so that a
+// request with no answer for long means a device that stopped, not a slow cable.
+class ReadPacer {
 public:
-    OpenFile(afc_client_t client, uint64_t handle) : m_client(client), m_handle(handle) {}
-    ~OpenFile() { afc_file_close(m_client, m_handle); }
-    OpenFile(const OpenFile&) = delete;
-    OpenFile& operator=(const OpenFile&) = delete;
+    uint32_t nextRead() const { return m_size; }
+    void start() { m_timer.start(); }
+    void finish(uint32_t bytes)
+    {
+        const qint64 ms = std::max<qint64>(1, m_timer.elapsed());
+        const uint64_t fits = uint64_t(bytes) * 500 / uint64_t(ms);
+        m_size = uint32_t(std::clamp<uint64_t>(fits / kStep * kStep, kStep, kTransferChunkSize));
+    }
 
 private:
-    afc_client_t m_client;
-    uint64_t m_handle;
+    static constexpr uint64_t kStep = 16 * 1024;
+    uint32_t m_size = 256 * 1024;
+    QElapsedTimer m_timer;
 };
 
 std::optional<QString> stringValue(lockdownd_client_t client, const char* key)
@@ -109,7 +119,28 @@ void AFCDevice::DeviceFree::operator()(idevice_private* device) const { idevice_
 
 void AFCDevice::AfcFree::operator()(afc_client_private* client) const { afc_client_free(client); }
 
-QString AFCDevice::afcError(int code) { return "afc error " + QString::number(code); }
+QString AFCDevice::afcError(int code)
+{
+    // libimobiledevice 1.3 has no text for its AFC errors; these are the ones people meet.
+    const QString number = " (AFC error " + QString::number(code) + ")";
+    switch (code) {
+    case AFC_E_SUCCESS:
+        return "the device answered without an answer" + number;
+    case AFC_E_READ_ERROR:
+        return "the device could not read it" + number;
+    case AFC_E_OBJECT_IS_DIR:
+        return "it is a folder where a file was expected" + number;
+    case AFC_E_PERM_DENIED:
+        return "the device does not allow reading this path" + number;
+    case AFC_E_OP_TIMEOUT:
+        return "the device did not answer in time" + number;
+    case AFC_E_SERVICE_NOT_CONNECTED:
+    case AFC_E_MUX_ERROR:
+        return "the connection to the device was lost" + number;
+    default:
+        return "the device reported a problem" + number;
+    }
+}
 
 DeviceInfo AFCDevice::readInfo(const QString& udid, lockdownd_client_t client)
 {
@@ -187,12 +218,23 @@ AFCDevice::AFCDevice(const std::optional<QString>& udid)
         throw DeviceError::lockdown(int32_t(started));
 
     afc_client_t afc = nullptr;
-    const afc_error_t made = afc_client_new(device.get(), service.get(), &afc);
-    if (made != AFC_E_SUCCESS || !afc) {
-        if (afc)
-            afc_client_free(afc);
-        throw DeviceError::afcService(afcError(made));
+    int socket = -1;
+    {
+        // The AFC connection's socket is found as the one it adds; devices open one at a time.
+        static std::mutex opening;
+        std::lock_guard lock(opening);
+        const QSet<int> before = DeviceWatchdog::openSockets();
+        const afc_error_t made = afc_client_new(device.get(), service.get(), &afc);
+        if (made != AFC_E_SUCCESS || !afc) {
+            if (afc)
+                afc_client_free(afc);
+            throw DeviceError::afcService(afcError(made));
+        }
+        socket = DeviceWatchdog::newUsbmuxSocket(before);
     }
+    if (socket < 0)
+        qCWarning(lcDevice, "The device connection was not found: a device that stops answering is not cut short");
+    m_watchdog = std::make_unique<DeviceWatchdog>(socket);
     m_device.reset(device.release());
     m_afc.reset(afc);
     // The lockdown session ends here; only the device handle and the AFC client stay open.
@@ -201,16 +243,59 @@ AFCDevice::AFCDevice(const std::optional<QString>& udid)
 
 AFCDevice::~AFCDevice() = default;
 
-QStringList AFCDevice::listDirectory(const QString& path)
+// Closes an open AFC file when the transfer ends, however it ends.
+class AFCDevice::OpenFile {
+public:
+    OpenFile(AFCDevice& device, uint64_t handle) : m_device(device), m_handle(handle) {}
+    ~OpenFile()
+    {
+        try {
+            m_device.request({}, [&](afc_client_t afc) { return int(afc_file_close(afc, m_handle)); });
+        } catch (const MediaSourceError&) {
+            // A device that stopped answering has nothing left open.
+        }
+    }
+    OpenFile(const OpenFile&) = delete;
+    OpenFile& operator=(const OpenFile&) = delete;
+
+private:
+    AFCDevice& m_device;
+    uint64_t m_handle;
+};
+
+int AFCDevice::request(const QString& path, const std::function<int(afc_client_t)>& call, std::stop_token stop)
 {
     std::lock_guard lock(m_lock);
+    if (m_watchdog->hasStalled())
+        throw MediaSourceError::deviceStopped(path);
+    int result = AFC_E_SUCCESS;
+    {
+        const DeviceWatchdog::Request watched(*m_watchdog, std::move(stop));
+        result = call(m_afc.get());
+    }
+    if (result != AFC_E_SUCCESS && m_watchdog->hasStalled())
+        throw MediaSourceError::deviceStopped(path);
+    return result;
+}
+
+MediaSourceError AFCDevice::failure(const QString& path, int code)
+{
+    if (code == AFC_E_OBJECT_NOT_FOUND)
+        return MediaSourceError::notFound(path);
+    if (code == AFC_E_MUX_ERROR || code == AFC_E_SERVICE_NOT_CONNECTED)
+        return MediaSourceError::linkLost(path, afcError(code));
+    return MediaSourceError::readFailed(path, afcError(code));
+}
+
+QStringList AFCDevice::listDirectory(const QString& path)
+{
     char** raw = nullptr;
-    const afc_error_t result = afc_read_directory(m_afc.get(), path.toUtf8().constData(), &raw);
+    const QByteArray name = path.toUtf8();
+    const int result =
+        request(path, [&](afc_client_t afc) { return int(afc_read_directory(afc, name.constData(), &raw)); });
     const std::unique_ptr<char*, DictionaryFree> list(raw);
-    if (result == AFC_E_OBJECT_NOT_FOUND)
-        throw MediaSourceError::notFound(path);
     if (result != AFC_E_SUCCESS)
-        throw MediaSourceError::readFailed(path, afcError(result));
+        throw failure(path, result);
     // Success without a list is reported as it stands rather than read as an empty folder.
     if (!list)
         throw MediaSourceError::readFailed(path, afcError(AFC_E_SUCCESS));
@@ -223,55 +308,101 @@ QStringList AFCDevice::listDirectory(const QString& path)
     return names;
 }
 
-void AFCDevice::readChunks(const QString& path, const ChunkHandler& body)
+std::optional<DeviceFileInfo> AFCDevice::fileInfo(const QString& path)
 {
-    std::lock_guard lock(m_lock);
-    uint64_t handle = 0;
-    const afc_error_t opened = afc_file_open(m_afc.get(), path.toUtf8().constData(), AFC_FOPEN_RDONLY, &handle);
-    if (opened == AFC_E_OBJECT_NOT_FOUND)
-        throw MediaSourceError::notFound(path);
-    if (opened != AFC_E_SUCCESS)
-        throw MediaSourceError::readFailed(path, "open failed, " + afcError(opened));
-    const OpenFile file(m_afc.get(), handle);
-    // One buffer for the whole file, however large: memory stays flat for multi-gigabyte videos.
-    const auto buffer = std::make_unique_for_overwrite<char[]>(kTransferChunkSize);
-    for (;;) {
-        uint32_t bytesRead = 0;
-        const afc_error_t result =
-            afc_file_read(m_afc.get(), handle, buffer.get(), uint32_t(kTransferChunkSize), &bytesRead);
-        if (result != AFC_E_SUCCESS)
-            throw MediaSourceError::readFailed(path, "read failed, " + afcError(result));
-        if (bytesRead == 0)
-            return;
-        body(buffer.get(), bytesRead);
+    char** raw = nullptr;
+    const QByteArray name = path.toUtf8();
+    const int result =
+        request(path, [&](afc_client_t afc) { return int(afc_get_file_info(afc, name.constData(), &raw)); });
+    const std::unique_ptr<char*, DictionaryFree> list(raw);
+    if (result == AFC_E_OBJECT_NOT_FOUND)
+        return std::nullopt;
+    if (result != AFC_E_SUCCESS)
+        throw failure(path, result);
+    if (!list)
+        throw MediaSourceError::readFailed(path, afcError(AFC_E_SUCCESS));
+    DeviceFileInfo info;
+    for (char** entry = list.get(); entry[0] && entry[1]; entry += 2) {
+        const QByteArray key(entry[0]);
+        if (key == "st_size")
+            info.size = QByteArray(entry[1]).toULongLong();
+        else if (key == "st_mtime")
+            info.modifiedNs = QByteArray(entry[1]).toLongLong();
+        else if (key == "st_ifmt")
+            info.isDirectory = QByteArray(entry[1]) == "S_IFDIR";
     }
+    return info;
 }
 
-DownloadResult AFCDevice::download(const QString& path, const QString& destination, std::stop_token stop)
+void AFCDevice::readChunks(const QString& path, const ChunkHandler& body, std::stop_token stop)
+{
+    // The size comes first: a read the device cuts short looks like the end of the file.
+    const auto info = fileInfo(path);
+    if (!info)
+        throw MediaSourceError::notFound(path);
+    const uint64_t size = info->size;
+    uint64_t handle = 0;
+    const QByteArray name = path.toUtf8();
+    const int opened = request(
+        path, [&](afc_client_t afc) { return int(afc_file_open(afc, name.constData(), AFC_FOPEN_RDONLY, &handle)); });
+    if (opened != AFC_E_SUCCESS)
+        throw failure(path, opened);
+    const OpenFile file(*this, handle);
+    // One buffer for the whole file, however large: memory stays flat for multi-gigabyte videos.
+    const auto buffer = std::make_unique_for_overwrite<char[]>(kTransferChunkSize);
+    ReadPacer pacer;
+    uint64_t received = 0;
+    for (;;) {
+        uint32_t bytesRead = 0;
+        const uint32_t asked = pacer.nextRead();
+        pacer.start();
+        const int result = request(
+            path, [&](afc_client_t afc) { return int(afc_file_read(afc, handle, buffer.get(), asked, &bytesRead)); },
+            stop);
+        pacer.finish(bytesRead);
+        if (result != AFC_E_SUCCESS)
+            throw failure(path, result);
+        if (bytesRead == 0)
+            break;
+        received += bytesRead;
+        body(buffer.get(), bytesRead, size);
+    }
+    if (received != size)
+        throw MediaSourceError::readFailed(
+            path, QStringLiteral("the device sent %1 of its %2 bytes")
+                      .arg(QLocale::c().toString(qulonglong(received)), QLocale::c().toString(qulonglong(size))));
+}
+
+DownloadResult AFCDevice::download(const QString& path, const QString& destination, const DownloadControl& control)
 {
     // An existing file is replaced by an empty one; the caller writes to a temporary name.
     QFile file(destination);
     if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate | QIODevice::Unbuffered))
         throw MediaSourceError::readFailed(path, "cannot create " + destination);
     StreamingHasher hasher;
-    readChunks(path, [&](const char* data, size_t length) {
-        if (stop.stop_requested())
-            throw MediaSourceError::readFailed(path, "the download was stopped");
-        hasher.update(data, length);
-        // A write cut short (a full disk) reports no error until the rest is written again.
-        for (qint64 done = 0; done < qint64(length);) {
-            const qint64 written = file.write(data + done, qint64(length) - done);
-            if (written <= 0)
-                throw std::runtime_error(("Could not write " + destination + ": " + file.errorString()).toStdString());
-            done += written;
-        }
-    });
+    readChunks(
+        path,
+        [&](const char* data, size_t length, uint64_t size) {
+            if (control.stop.stop_requested())
+                throw MediaSourceError::readFailed(path, "the download was stopped");
+            hasher.update(data, length);
+            // A write cut short (a full disk) reports no error until the rest is written again.
+            for (qint64 done = 0; done < qint64(length);) {
+                const qint64 written = file.write(data + done, qint64(length) - done);
+                if (written <= 0)
+                    throw DescribedError("Could not write " + destination + ": " + file.errorString());
+                done += written;
+            }
+            if (control.onProgress)
+                control.onProgress(hasher.bytesFed(), size);
+        },
+        control.stop);
     return hasher.finish();
 }
 
 QByteArray AFCDevice::readFile(const QString& path)
 {
     QByteArray content;
-    readChunks(path, [&](const char* data, size_t length) { content.append(data, qsizetype(length)); });
+    readChunks(path, [&](const char* data, size_t length, uint64_t) { content.append(data, qsizetype(length)); });
     return content;
 }

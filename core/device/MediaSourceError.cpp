@@ -5,13 +5,13 @@ QString describe(MediaSourceError::Kind kind, const QString& path, const QString
 {
     if (kind == MediaSourceError::Kind::notFound)
         return "Not found on device: " + path;
+    if (kind == MediaSourceError::Kind::deviceStopped)
+        return QStringLiteral("The device stopped responding. Check the cable, unlock it, and try again.");
     return "Could not read " + path + " from device: " + message;
 }
 } // namespace
 
 MediaSourceError::MediaSourceError(Kind kind, const QString& path, const QString& message)
-    : std::runtime_error(describe(kind, path, message).toStdString()), m_kind(kind), m_path(path), m_message(message)
+    : DescribedError(describe(kind, path, message)), m_kind(kind), m_path(path), m_message(message)
 {
 }
-
-QString MediaSourceError::description() const { return describe(m_kind, m_path, m_message); }

@@ -133,6 +133,8 @@ TEST(DeviceCommands, LsAndPullReportErrorsWithExitCode3)
     EXPECT_EQ(readFile(local), photo);
     const QString broken = dir.filePath("broken.mov");
     EXPECT_EQ(CliRun::of({"pull", "/DCIM/100APPLE/IMG_0003.MOV", broken}),
-              (CliRun{3, "", "Could not read /DCIM/100APPLE/IMG_0003.MOV from device: read failed, afc error 4\n"}));
+              (CliRun{3, "",
+                      "Could not read /DCIM/100APPLE/IMG_0003.MOV from device: the device could not read it (AFC "
+                      "error 4)\n"}));
     EXPECT_FALSE(QFileInfo::exists(broken));
 }

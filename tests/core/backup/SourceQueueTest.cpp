@@ -28,7 +28,7 @@ TEST(SourceQueue, DownloadsInTheOrderAddedAndLeavesNoUnwantedFile)
 
         EXPECT_EQ(queue.takeDownload(a), (DownloadResult{sha256Of("aaa"), 3}));
         EXPECT_EQ(readFile(dir.filePath("a")), "aaa");
-        EXPECT_EQ(queue.takeDownload(c).sha256, sha256Of("ccc"));
+        EXPECT_EQ(queue.takeDownload(c)->sha256, sha256Of("ccc"));
         EXPECT_FALSE(QFileInfo::exists(dir.filePath("b"))); // dropped: not fetched, or removed once fetched
         try {
             queue.takeDownload(missing);
@@ -58,7 +58,7 @@ TEST(SourceQueue, ADownloadWaitedForStartsEvenWhenFinishedOnesAreWaiting)
     // "a" fills the one place for finished downloads, yet "c" is fetched when asked for, and
     // listings never wait for room.
     EXPECT_EQ(queue.takeListing(queue.list("/")).size(), 3);
-    EXPECT_EQ(queue.takeDownload(c).sha256, sha256Of("ccc"));
-    EXPECT_EQ(queue.takeDownload(a).sha256, sha256Of("aaa"));
-    EXPECT_EQ(queue.takeDownload(b).sha256, sha256Of("bbb"));
+    EXPECT_EQ(queue.takeDownload(c)->sha256, sha256Of("ccc"));
+    EXPECT_EQ(queue.takeDownload(a)->sha256, sha256Of("aaa"));
+    EXPECT_EQ(queue.takeDownload(b)->sha256, sha256Of("bbb"));
 }
