@@ -68,7 +68,10 @@ Compatibility::Status BackupSession::compatibility() const { return Compatibilit
 
 const PhotoLibrary& BackupSession::readLibrary()
 {
-    m_library = LibrarySnapshot::fetch(*m_source, LibrarySnapshot::cacheFolder(m_device.udid), kFetchAttempts);
+    LibrarySnapshot::Reading reading =
+        LibrarySnapshot::read(*m_source, LibrarySnapshot::cacheFolder(m_device.udid), kFetchAttempts);
+    m_library = std::move(reading.library);
+    m_reusedCopy = reading.reusedCopy;
     return m_library;
 }
 
