@@ -2,9 +2,7 @@
 #include "PhoneBackup.h"
 #include "backup/Manifest.h"
 
-#include <QDir>
 #include <QFile>
-#include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>

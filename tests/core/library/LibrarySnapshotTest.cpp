@@ -77,6 +77,7 @@ QStringList quickCheck(const QString& path)
 
 TEST(LibrarySnapshot, FetchWithoutLogFiles)
 {
+    SKIP_WITHOUT_CORPUS();
     TempDir scratch;
     ScriptedSource device;
     serveCorpus(device, "osxphotos-13.0.0", {"Photos.sqlite"}, scratch);
@@ -88,6 +89,7 @@ TEST(LibrarySnapshot, FetchWithoutLogFiles)
 
 TEST(LibrarySnapshot, FetchFailsAfterTheLastAttempt)
 {
+    SKIP_WITHOUT_CORPUS();
     TempDir scratch;
     ScriptedSource empty;
     try {
@@ -114,6 +116,7 @@ TEST(LibrarySnapshot, FetchFailsAfterTheLastAttempt)
 
 TEST(LibrarySnapshot, FetchTriesAgainFromTheStart)
 {
+    SKIP_WITHOUT_CORPUS();
     TempDir scratch;
     ScriptedSource device;
     serveCorpus(device, "osxphotos-26.1", LibrarySnapshot::deviceFiles(), scratch);
@@ -133,6 +136,7 @@ TEST(LibrarySnapshot, FetchTriesAgainFromTheStart)
 
 TEST(LibrarySnapshot, IntegrityCheckReportsTheLastProblem)
 {
+    SKIP_WITHOUT_CORPUS();
     TempDir scratch;
     const QString intact = copyCorpusDatabase("osxphotos-15.4.1", scratch.filePath("intact"));
     EXPECT_NO_THROW(LibrarySnapshot::checkIntegrity(intact));

@@ -8,7 +8,6 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFileInfo>
-#include <QRandomGenerator>
 #include <QStandardPaths>
 
 #include <gtest/gtest.h>
@@ -21,15 +20,6 @@
 namespace {
 
 const QString kSimulator = OMBRELO_BIN_DIR "/ombrelo-devicesim";
-
-QByteArray randomBytes(qsizetype size, quint32 seed)
-{
-    QByteArray bytes(size, Qt::Uninitialized);
-    QRandomGenerator generator(seed);
-    for (qsizetype i = 0; i < size; ++i)
-        bytes[i] = char(generator.generate() & 0xFF);
-    return bytes;
-}
 
 // Debian's libimobiledevice-utils and ifuse are part of the test set-up; their absence is a
 // failure to report, not a reason to skip.
