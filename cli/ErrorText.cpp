@@ -1,5 +1,6 @@
 #include "ErrorText.h"
 
+#include "backup/BackupFolderError.h"
 #include "backup/BackupFolderLock.h"
 #include "backup/Manifest.h"
 #include "device/DeviceError.h"
@@ -8,22 +9,6 @@
 #include "library/SQLiteError.h"
 
 #include <QDir>
-#include <QFileInfo>
-
-QString describeError(const std::exception& error)
-{
-    if (auto e = dynamic_cast<const DeviceError*>(&error))
-        return e->description();
-    if (auto e = dynamic_cast<const MediaSourceError*>(&error))
-        return e->description();
-    if (auto e = dynamic_cast<const SQLiteError*>(&error))
-        return e->description();
-    if (auto e = dynamic_cast<const PhotoLibraryError*>(&error))
-        return e->description();
-    if (auto e = dynamic_cast<const BackupFolderBusy*>(&error))
-        return e->description();
-    return QString::fromUtf8(error.what());
-}
 
 QString manifestProblem(const QString& root, const QString& detail)
 {
@@ -34,11 +19,10 @@ QString manifestProblem(const QString& root, const QString& detail)
 
 std::optional<QString> backupFolderProblem(const QString& given)
 {
-    const QFileInfo folder(given);
-    if (folder.isDir())
+    try {
+        BackupFolderError::requireFolder(given);
         return std::nullopt;
-    if (folder.exists())
-        return QString::fromUtf8("\u201c%1\u201d is a file, not a folder. Give the path of the backup folder instead.")
-            .arg(given);
-    return QString::fromUtf8("The backup folder \u201c%1\u201d doesn't exist. Is the drive connected?").arg(given);
+    } catch (const BackupFolderError& error) {
+        return error.description();
+    }
 }

@@ -1,6 +1,7 @@
 #include "BackupRepair.h"
 
 #include "BackupVerifier.h"
+#include "DescribedError.h"
 #include "backup/BackupEngine.h"
 #include "backup/BackupError.h"
 #include "backup/BackupFolderLock.h"
@@ -156,10 +157,8 @@ BackupRepair::Report BackupRepair::run(const QString& root, MediaSource& source,
             report.restored << relPath;
         } catch (const NotRestored& problem) {
             report.notRestored << relPath + ": " + problem.reason;
-        } catch (const BackupError& error) {
-            report.notRestored << relPath + ": " + error.description();
-        } catch (const std::runtime_error& error) {
-            report.notRestored << relPath + ": " + QString::fromUtf8(error.what());
+        } catch (const std::exception& error) {
+            report.notRestored << relPath + ": " + describeError(error);
         }
         if (onProgress)
             onProgress(++done, report.missing);

@@ -43,7 +43,8 @@ TEST(BackupFolderGuards, OwnFilesThatAreNotPlainFilesAreRefusedBeforeAnythingIsW
         Make make;
         QString is;
     } cases[] = {
-        {"manifest linked to another backup's", Manifest::fileName, linkTo(reference + "/" + Manifest::fileName), aLink},
+        {"manifest linked to another backup's", Manifest::fileName, linkTo(reference + "/" + Manifest::fileName),
+         aLink},
         {"manifest linked to a new file outside", Manifest::fileName, linkTo(outside + "/new.sqlite"), aLink},
         {"manifest a named pipe", Manifest::fileName, pipe, "a named pipe"},
         {"journal linked to a new file outside", journal, linkTo(outside + "/journal"), aLink},
@@ -101,9 +102,10 @@ TEST(BackupFolderGuards, OwnFilesThatAreNotPlainFilesAreRefusedBeforeAnythingIsW
     }
     const ProgramResult run = phone.cli({"backup", "--all", "--yes", full});
     EXPECT_EQ(run.exitCode, 3) << run.describe().toStdString();
-    EXPECT_EQ(QString::fromUtf8(run.err), QString::fromUtf8("The disk of the backup folder \u201c%1\u201d is full, so "
-                                                            "nothing was done. Free some space on it, then try again.\n")
-                                              .arg(full));
+    EXPECT_EQ(QString::fromUtf8(run.err),
+              QString::fromUtf8("The disk of the backup folder \u201c%1\u201d is full, so "
+                                "nothing was done. Free some space on it, then try again.\n")
+                  .arg(full));
     EXPECT_TRUE(QDir(full).isEmpty(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot));
 }
 
