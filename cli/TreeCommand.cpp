@@ -96,10 +96,8 @@ int TreeCommand::run(const QCommandLineParser& parser, CommandContext& context)
         std::optional<ExistingBackup> backedUp;
         if (parser.isSet("dest")) {
             const QString dest = parser.value("dest");
-            if (!QFileInfo(dest).isDir()) {
-                context.err << QString::fromUtf8(
-                                   "The backup folder \u201c%1\u201d doesn't exist. Is the drive connected?\n")
-                                   .arg(dest);
+            if (auto problem = backupFolderProblem(dest)) {
+                context.err << *problem << "\n";
                 return ExitCode::failed;
             }
             // Read only: looking at a backup never changes its manifest.

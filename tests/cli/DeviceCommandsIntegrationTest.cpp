@@ -1,5 +1,7 @@
+#include "CliProcess.h"
 #include "CliRun.h"
 #include "DeviceSimulator.h"
+#include "PhoneBackup.h"
 #include "RunProgram.h"
 #include "TempDir.h"
 
@@ -10,6 +12,9 @@
 #include <QJsonObject>
 
 #include <gtest/gtest.h>
+
+#include <csignal>
+#include <cstdio>
 
 // Phones plugged in and out while the simulator runs (it reads its folder again at every listing):
 // locked or untrusted in each way lockdown reports, listed twice by usbmuxd, without names, on the
@@ -137,4 +142,37 @@ TEST(DeviceCommands, LsAndPullReportErrorsWithExitCode3)
                       "Could not read /DCIM/100APPLE/IMG_0003.MOV from device: the device could not read it (AFC "
                       "error 4)\n"}));
     EXPECT_FALSE(QFileInfo::exists(broken));
+}
+
+// pull makes its local file itself before it asks the phone for anything. A file another program
+// moves to that name while the phone is frozen is neither written over (the pull succeeds) nor
+// deleted (the pull fails). A pull into a folder that does not exist says so, not blaming the phone.
+TEST(DeviceCommands, PullNeverReplacesOrDeletesAFileItDidNotMake)
+{
+    TempDir dir;
+    SimulatedPhone phone = simulatedPhone(1);
+    phone.faults = {{"failPaths", QJsonObject{{"/DCIM/broken.JPG", QJsonObject{{"read", 4}}}}}};
+    DeviceSimulator simulator(
+        {writeDeviceFolder(dir.filePath("phone"), phone, {{"/DCIM/good.JPG", "good"}, {"/DCIM/broken.JPG", "bad"}})});
+    for (const QString devicePath : {"/DCIM/good.JPG", "/DCIM/broken.JPG"}) {
+        SCOPED_TRACE(devicePath.toStdString());
+        const QString local = dir.filePath(QFileInfo(devicePath).fileName());
+        ::kill(simulator.pid(), SIGSTOP);
+        CliProcess pull(PhoneBackup::cliPath(), {"pull", devicePath, local}, QProcessEnvironment::systemEnvironment());
+        for (int waited = 0; waited < 30 && !QFileInfo::exists(local); ++waited)
+            pull.runFor(100);
+        writeFile(dir.filePath("mine"), "the user's");
+        ASSERT_EQ(::rename(QFile::encodeName(dir.filePath("mine")).constData(), QFile::encodeName(local).constData()),
+                  0);
+        ::kill(simulator.pid(), SIGCONT);
+        const ProgramResult end = pull.finish(60);
+        EXPECT_EQ(end.exitCode, 3) << end.describe().toStdString();
+        EXPECT_EQ(readFile(local), "the user's");
+    }
+
+    const CliRun missing = CliRun::of({"pull", "/DCIM/good.JPG", dir.filePath("gone/good.JPG")});
+    EXPECT_EQ(missing.code, 3);
+    EXPECT_EQ(missing.err, QString::fromUtf8("The folder \u201c%1\u201d doesn't exist, so the file could not be made "
+                                             "there. Create the folder first, or give a path in an existing one.\n")
+                               .arg(dir.filePath("gone")));
 }
