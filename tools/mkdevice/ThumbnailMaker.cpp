@@ -42,8 +42,8 @@ MediaFile ThumbnailMaker::describe(MediaFile file, const PhoneAsset& asset, Thum
 QByteArray ThumbnailMaker::contents(const MediaFile& file)
 {
     // The date brings in the seed, so that phones of other seeds show other pictures.
-    const int look =
-        int(DeterministicRandom(file.contentKey ^ std::bit_cast<uint64_t>(file.date)).next() % ThumbnailPainter::kLooks);
+    const int look = int(DeterministicRandom(file.contentKey ^ std::bit_cast<uint64_t>(file.date)).next() %
+                         ThumbnailPainter::kLooks);
     const quint64 id =
         quint64(look) | quint64(file.width) << 8 | quint64(file.height) << 24 | quint64(file.showsVideo) << 40;
     auto it = m_encoded.constFind(id);

@@ -109,7 +109,9 @@ void seaside(Canvas& c)
     const double sailY = horizon + c.between(0.04, 0.12);
     const double sail = c.between(0.05, 0.09);
     c.polygon({{sailX, sailY - sail * 2}, {sailX, sailY}, {sailX + sail, sailY}}, QColor(250, 250, 250));
-    c.polygon({{sailX - sail * 0.6, sailY}, {sailX + sail * 1.3, sailY}, {sailX + sail, sailY + sail * 0.4},
+    c.polygon({{sailX - sail * 0.6, sailY},
+               {sailX + sail * 1.3, sailY},
+               {sailX + sail, sailY + sail * 0.4},
                {sailX - sail * 0.4, sailY + sail * 0.4}},
               QColor(150, 60, 40));
     QPainterPath beach;
@@ -141,8 +143,9 @@ void hills(Canvas& c)
 void city(Canvas& c)
 {
     const double ground = c.between(0.8, 0.88);
-    c.band(0, ground,
-           {{0, hsv(c.near(240, 15), 150, 80)}, {0.6, hsv(c.near(300, 20), 90, 165)}, {1, hsv(c.near(25, 10), 170, 245)}});
+    c.band(
+        0, ground,
+        {{0, hsv(c.near(240, 15), 150, 80)}, {0.6, hsv(c.near(300, 20), 90, 165)}, {1, hsv(c.near(25, 10), 170, 245)}});
     c.disc(c.at(c.between(0.1, 0.9), c.between(0.08, 0.2)), c.unit() * 0.045, QColor(245, 240, 220));
     const double window = std::max(2.0, c.unit() * 0.018);
     for (double x = -c.between(0, 0.05) * c.w; x < c.w;) {
@@ -213,7 +216,9 @@ void sunset(Canvas& c)
 {
     const double horizon = c.between(0.55, 0.65);
     c.band(0, horizon,
-           {{0, hsv(c.near(270, 15), 120, 110)}, {0.6, hsv(c.near(335, 10), 120, 220)}, {1, hsv(c.near(28, 6), 200, 255)}});
+           {{0, hsv(c.near(270, 15), 120, 110)},
+            {0.6, hsv(c.near(335, 10), 120, 220)},
+            {1, hsv(c.near(28, 6), 200, 255)}});
     const double sunX = c.between(0.25, 0.75);
     sun(c, c.at(sunX, horizon), c.unit() * c.between(0.12, 0.18), QColor(255, 205, 95));
     c.band(horizon, 1, {{0, hsv(c.near(225, 10), 110, 95)}, {1, hsv(235, 150, 45)}});
@@ -329,8 +334,7 @@ void filmFrame(Canvas& c)
     const double radius = c.unit() * 0.12;
     c.disc(centre, radius, QColor(0, 0, 0, 110));
     c.painter.setBrush(QColor(255, 255, 255, 230));
-    c.painter.drawPolygon(QPolygonF{centre + QPointF(-radius * 0.35, -radius * 0.5),
-                                    centre + QPointF(radius * 0.55, 0),
+    c.painter.drawPolygon(QPolygonF{centre + QPointF(-radius * 0.35, -radius * 0.5), centre + QPointF(radius * 0.55, 0),
                                     centre + QPointF(-radius * 0.35, radius * 0.5)});
 }
 
