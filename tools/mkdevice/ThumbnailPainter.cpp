@@ -5,7 +5,6 @@
 #include <QLinearGradient>
 #include <QPainter>
 #include <QPainterPath>
-#include <QRadialGradient>
 
 #include <algorithm>
 #include <cmath>
@@ -65,10 +64,9 @@ struct Canvas {
 
 void sun(Canvas& c, QPointF centre, double radius, const QColor& colour)
 {
-    QRadialGradient glow(centre, radius * 2.6);
-    glow.setColorAt(0, QColor(colour.red(), colour.green(), colour.blue(), 150));
-    glow.setColorAt(1, QColor(colour.red(), colour.green(), colour.blue(), 0));
-    c.disc(centre, radius * 2.6, glow);
+    // A glow of a few faint rings: as good as a radial gradient at this size, and much cheaper.
+    for (const double ring : {2.6, 2.0, 1.5})
+        c.disc(centre, radius * ring, QColor(colour.red(), colour.green(), colour.blue(), 45));
     c.disc(centre, radius, colour);
 }
 
