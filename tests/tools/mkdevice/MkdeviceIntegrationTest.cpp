@@ -555,10 +555,14 @@ TEST(Mkdevice, RefusesWhatItCannotDoInFullSentences)
     EXPECT_TRUE(run.err.contains("--files takes none, sparse or real, not “fast”.")) << run.err.toStdString();
     run = mkdevice({dir.filePath("d"), "--udid", "xyz"});
     EXPECT_EQ(run.exitCode, 2);
+    run = mkdevice({dir.filePath("e"), "--files", "none", "--thumbnails", "5003"});
+    EXPECT_EQ(run.exitCode, 2);
+    EXPECT_TRUE(run.err.contains("--thumbnails needs media files; --files none writes the database only."))
+        << run.err.toStdString();
     run = mkdevice({"--assets", "10"});
     EXPECT_EQ(run.exitCode, 2);
     EXPECT_TRUE(run.err.contains("Give the folder to write the device into.")) << run.err.toStdString();
-    for (const char* name : {"a", "b", "c", "d"})
+    for (const char* name : {"a", "b", "c", "d", "e"})
         EXPECT_FALSE(QFileInfo::exists(dir.filePath(name))) << name;
 
     run = mkdevice({"--help"});
