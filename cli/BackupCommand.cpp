@@ -6,17 +6,13 @@
 #include "InterruptHandler.h"
 #include "RunReport.h"
 #include "TerminalStatus.h"
-#include "backup/BackupEngine.h"
-#include "backup/BackupFolderLock.h"
-#include "backup/Manifest.h"
+#include "backup/BackupSession.h"
 #include "backup/ProgressTracker.h"
-#include "library/SQLiteError.h"
 #include "plan/BackupPlan.h"
 
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonObject>
-#include <QTemporaryDir>
 
 namespace {
 
@@ -44,25 +40,6 @@ struct Options {
     }
 };
 
-bool isProblemLine(const QString& line) { return line.startsWith("ERROR ") || line.startsWith("WARNING "); }
-
-// Opens the manifest of `root`, creating it when missing. One that is damaged or belongs to another
-// program is refused before anything is written with it.
-std::unique_ptr<Manifest> openManifest(const QString& root)
-{
-    try {
-        auto manifest = std::make_unique<Manifest>(root);
-        QString check;
-        manifest->db().query("PRAGMA quick_check", {},
-                             [&](const SQLRow& row) { check = row.text(0).value_or(QString()); });
-        if (check != "ok")
-            throw SQLiteError("quick check: " + check);
-        return manifest;
-    } catch (const SQLiteError& error) {
-        throw std::runtime_error(manifestProblem(root, error.description()).toStdString());
-    }
-}
-
 class BackupRun {
 public:
     BackupRun(const Options& options, CommandContext& context)
@@ -78,10 +55,10 @@ private:
     int fail(const QString& message);
     // Ends a run stopped by Ctrl-C or SIGTERM before it began copying.
     int endCancelled();
-    void say(const QString& line);
+    void say(const QString& line, bool isProblem = false);
     bool confirm();
-    BackupSummary runEngine(MediaSource& source, const BackupPlan& plan, Manifest& manifest,
-                            const BackupOptions& options);
+    // The session's run, its lines printed and its progress drawn as they come (a dry run quietly).
+    BackupSummary runEngine(const BackupSession& session, const BackupPlan& plan, const BackupOptions& options);
 
     const Options& m_options;
     CommandContext& m_context;
@@ -89,10 +66,10 @@ private:
     TerminalStatus m_status;
 };
 
-void BackupRun::say(const QString& line)
+void BackupRun::say(const QString& line, bool isProblem)
 {
     m_report.addLine(line);
-    if (!m_options.quiet || isProblemLine(line))
+    if (!m_options.quiet || isProblem)
         m_status.printLine(line);
 }
 
@@ -125,27 +102,27 @@ bool BackupRun::confirm()
     return answer == "y" || answer == "yes";
 }
 
-BackupSummary BackupRun::runEngine(MediaSource& source, const BackupPlan& plan, Manifest& manifest,
-                                   const BackupOptions& options)
+BackupSummary BackupRun::runEngine(const BackupSession& session, const BackupPlan& plan, const BackupOptions& options)
 {
-    BackupEngine engine(source, plan, m_options.dest, manifest);
     ProgressTracker tracker;
-    return engine.run(
-        options, [] { return InterruptHandler::requested(); },
-        [&](const BackupEvent& event) {
-            if (event.kind == BackupEvent::Kind::log) {
-                if (!options.dryRun)
-                    say(event.line);
-                return;
-            }
-            if (options.dryRun)
-                return;
-            tracker.update(event.progress);
-            // Made only when it is drawn: a run through a backed-up library sends thousands a second.
-            const bool closing = event.progress.currentName.isEmpty();
-            if (m_status.wantsStatus(closing))
-                m_status.setStatus(tracker.statusLine(), closing);
-        });
+    BackupSession::RunControl control;
+    control.isCancelled = [] { return InterruptHandler::requested(); };
+    control.onEvent = [&](const BackupEvent& event) {
+        if (event.kind == BackupEvent::Kind::log) {
+            if (!options.dryRun)
+                say(event.line, event.severity != BackupEvent::Severity::info);
+            return;
+        }
+        if (options.dryRun)
+            return;
+        tracker.update(event.progress);
+        // Made only when it is drawn: a run through a backed-up library sends thousands a second.
+        const bool closing = event.progress.currentName.isEmpty();
+        if (m_status.wantsStatus(closing))
+            m_status.setStatus(tracker.statusLine(), closing);
+    };
+    return options.dryRun ? session.dryRun(plan, m_options.dest, options, control)
+                          : session.run(plan, m_options.dest, options, control);
 }
 
 int BackupRun::endCancelled()
@@ -161,23 +138,17 @@ int BackupRun::execute()
 {
     InterruptHandler interrupts;
     const auto cancelled = [] { return InterruptHandler::requested(); };
-    const auto sayLine = [this](const QString& line) { say(line); };
+    const auto sayLine = [this](const QString& line, bool isProblem) { say(line, isProblem); };
     try {
         // A folder another run is backing up into, or one with a damaged manifest, is refused
         // before the phone is even read. The engine itself holds the lock while it copies.
-        if (!m_options.dryRunOnly) {
-            const BackupFolderLock probe(m_options.dest);
-        }
-
-        const bool hadManifest = Manifest::exists(m_options.dest);
-        // A dry run into a folder without a backup must not leave a manifest behind.
-        QTemporaryDir scratch;
-        std::unique_ptr<Manifest> manifest = openManifest(hadManifest ? m_options.dest : scratch.path());
+        BackupSession::checkFolder(m_options.dest, !m_options.dryRunOnly);
 
         if (m_options.wait && !DeviceLibrary::waitForDevice(m_options.udid, sayLine, cancelled))
             return endCancelled();
-        DeviceLibrary phone = DeviceLibrary::open(m_options.udid, sayLine);
-        const DeviceInfo& info = phone.device->info();
+        BackupSession session;
+        DeviceLibrary::open(session, m_options.udid, sayLine);
+        const DeviceInfo& info = session.device();
         m_report.setDevice({{"udid", info.udid},
                             {"name", info.name},
                             {"productType", info.productType},
@@ -185,7 +156,7 @@ int BackupRun::execute()
         if (cancelled())
             return endCancelled();
 
-        const BackupPlan plan(phone.library, hadManifest ? manifest->albumPaths() : QHash<QString, QString>{});
+        const BackupPlan plan = session.plan(ExistingBackup::read(m_options.dest));
 
         BackupOptions options;
         const FolderSelection selection =
@@ -198,7 +169,7 @@ int BackupRun::execute()
         options.nodeIDs = selection.nodeIDs;
 
         options.dryRun = true;
-        const BackupSummary preview = runEngine(*phone.device, plan, *manifest, options);
+        const BackupSummary preview = runEngine(session, plan, options);
         if (cancelled())
             return endCancelled();
         say("Dry run:");
@@ -216,10 +187,8 @@ int BackupRun::execute()
             return finish(ExitCode::ok);
         }
 
-        if (!hadManifest)
-            manifest = openManifest(m_options.dest);
         options.dryRun = false;
-        const BackupSummary summary = runEngine(*phone.device, plan, *manifest, options);
+        const BackupSummary summary = runEngine(session, plan, options);
         m_status.clear();
         m_report.setSummary(summary);
         for (const QString& line : summary.lines())

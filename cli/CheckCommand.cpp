@@ -27,9 +27,9 @@ int CheckCommand::run(const QCommandLineParser& parser, CommandContext& context)
     if (parser.isSet("udid"))
         udid = parser.value("udid");
     try {
-        DeviceLibrary phone = DeviceLibrary::open(udid, context.out);
-        const BackupPlan plan(phone.library, {});
-        const CompletenessReport report = CompletenessReport::run(*phone.device, plan);
+        BackupSession session;
+        DeviceLibrary::open(session, udid, context.out);
+        const CompletenessReport report = session.checkCompleteness(session.plan({}));
         for (const QString& line : report.lines())
             context.out << line << "\n";
         return ExitCode::ok;

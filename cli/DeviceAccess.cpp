@@ -1,7 +1,6 @@
 #include "DeviceAccess.h"
 
-#include "device/DeviceError.h"
-#include "device/MediaSourceError.h"
+#include "DescribedError.h"
 
 #include <stdexcept>
 
@@ -9,12 +8,8 @@ int runWithDevice(CommandContext& context, const std::function<int()>& work)
 {
     try {
         return work();
-    } catch (const DeviceError& error) {
-        context.err << error.description() << "\n";
-    } catch (const MediaSourceError& error) {
-        context.err << error.description() << "\n";
     } catch (const std::exception& error) {
-        context.err << QString::fromStdString(error.what()) << "\n";
+        context.err << describeError(error) << "\n";
     }
     return ExitCode::failed;
 }

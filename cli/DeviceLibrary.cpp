@@ -1,27 +1,22 @@
 #include "DeviceLibrary.h"
 
-#include "checks/Compatibility.h"
-#include "library/LibrarySnapshot.h"
+#include "device/AFCDevice.h"
 
 #include <QThread>
 
-DeviceLibrary DeviceLibrary::open(const std::optional<QString>& udid, const Say& say)
+void DeviceLibrary::open(BackupSession& session, const std::optional<QString>& udid, const Say& say)
 {
-    DeviceLibrary result;
-    result.device = std::make_unique<AFCDevice>(udid);
-    const DeviceInfo& info = result.device->info();
-    say("Device: " + info.summary());
-    const Compatibility::Status compatibility = Compatibility::status(info.productVersion);
-    if (!compatibility.isTested())
-        say("WARNING " + compatibility.message());
-    say("Reading the Photos database...");
-    result.library = LibrarySnapshot::fetch(*result.device, LibrarySnapshot::cacheFolder(info.udid), 3);
-    return result;
+    session.connect(udid);
+    say("Device: " + session.device().summary(), false);
+    if (const Compatibility::Status compatibility = session.compatibility(); !compatibility.isTested())
+        say("WARNING " + compatibility.message(), true);
+    say("Reading the Photos database...", false);
+    session.readLibrary();
 }
 
-DeviceLibrary DeviceLibrary::open(const std::optional<QString>& udid, QTextStream& status)
+void DeviceLibrary::open(BackupSession& session, const std::optional<QString>& udid, QTextStream& status)
 {
-    return open(udid, [&](const QString& line) {
+    open(session, udid, [&](const QString& line, bool) {
         status << line << "\n";
         status.flush();
     });
@@ -40,7 +35,7 @@ bool DeviceLibrary::waitForDevice(const std::optional<QString>& udid, const Say&
             reason = "Waiting: " + info.summary();
         }
         if (reason != lastReason) {
-            say(reason);
+            say(reason, false);
             lastReason = reason;
         }
         // Four seconds between looks, as the app polls, but answer a stop request at once.

@@ -1,30 +1,28 @@
 #pragma once
 
-#include "device/AFCDevice.h"
-#include "library/PhotoLibrary.h"
+#include "backup/BackupSession.h"
 
 #include <QString>
 #include <QTextStream>
 
 #include <functional>
-#include <memory>
 #include <optional>
 
-// A connected phone and the library read from its Photos database, as the app reads it: the
-// database and its log files are copied into the phone's cache folder first.
-struct DeviceLibrary {
-    std::unique_ptr<AFCDevice> device;
-    PhotoLibrary library;
+// Reading a phone from the command line: the steps of the session with the lines that tell the
+// user what is going on ("Device: …", the warning for an OS release not tested yet, "Reading the
+// Photos database...").
+namespace DeviceLibrary {
 
-    // Where status lines ("Device: …", "Reading the Photos database...") go, one whole line each.
-    using Say = std::function<void(const QString& line)>;
+// Where those lines go, one whole line each, with whether it reports a problem.
+using Say = std::function<void(const QString& line, bool isProblem)>;
 
-    // Opens the device (the first one when `udid` is absent) and reads its library.
-    // Throws DeviceError, MediaSourceError, SQLiteError or PhotoLibraryError.
-    static DeviceLibrary open(const std::optional<QString>& udid, const Say& say);
-    static DeviceLibrary open(const std::optional<QString>& udid, QTextStream& status);
+// Connects the session to the device (the first one when `udid` is absent) and reads its library.
+// Throws what the session's steps throw.
+void open(BackupSession& session, const std::optional<QString>& udid, const Say& say);
+void open(BackupSession& session, const std::optional<QString>& udid, QTextStream& status);
 
-    // Polls every four seconds until a usable device (the given one, if any) is connected.
-    // Says each new reason for waiting once. Returns false when `stop` asks to give up.
-    static bool waitForDevice(const std::optional<QString>& udid, const Say& say, const std::function<bool()>& stop);
-};
+// Polls every four seconds until a usable device (the given one, if any) is connected.
+// Says each new reason for waiting once. Returns false when `stop` asks to give up.
+bool waitForDevice(const std::optional<QString>& udid, const Say& say, const std::function<bool()>& stop);
+
+} // namespace DeviceLibrary

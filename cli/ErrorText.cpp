@@ -9,21 +9,6 @@
 
 #include <QDir>
 
-QString describeError(const std::exception& error)
-{
-    if (auto e = dynamic_cast<const DeviceError*>(&error))
-        return e->description();
-    if (auto e = dynamic_cast<const MediaSourceError*>(&error))
-        return e->description();
-    if (auto e = dynamic_cast<const SQLiteError*>(&error))
-        return e->description();
-    if (auto e = dynamic_cast<const PhotoLibraryError*>(&error))
-        return e->description();
-    if (auto e = dynamic_cast<const BackupFolderBusy*>(&error))
-        return e->description();
-    return QString::fromUtf8(error.what());
-}
-
 QString manifestProblem(const QString& root, const QString& detail)
 {
     return QString::fromUtf8("The manifest \u201c%1\u201d of this backup folder is damaged or is not an Ombrelo "

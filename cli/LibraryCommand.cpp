@@ -1,12 +1,9 @@
 #include "LibraryCommand.h"
 
-#include "device/AFCDevice.h"
-#include "device/DeviceError.h"
-#include "device/MediaSourceError.h"
+#include "DescribedError.h"
+#include "backup/BackupSession.h"
 #include "library/LibrarySnapshot.h"
 #include "library/PhotoLibrary.h"
-#include "library/PhotoLibraryError.h"
-#include "library/SQLiteError.h"
 
 #include <QDir>
 #include <QFile>
@@ -146,11 +143,12 @@ PhotoLibrary LibraryCommand::readFile(const QString& path) const
 
 PhotoLibrary LibraryCommand::readDevice(const std::optional<QString>& udid, CommandContext& context) const
 {
-    AFCDevice device(udid);
-    const QString folder = LibrarySnapshot::cacheFolder(device.info().udid);
-    context.err << "Copying the Photos database of " << device.info().summary() << " into " << folder << "\n";
+    BackupSession session;
+    session.connect(udid);
+    const QString folder = LibrarySnapshot::cacheFolder(session.device().udid);
+    context.err << "Copying the Photos database of " << session.device().summary() << " into " << folder << "\n";
     context.err.flush();
-    return LibrarySnapshot::fetch(device, folder, 3);
+    return session.readLibrary();
 }
 
 int LibraryCommand::run(const QCommandLineParser& parser, CommandContext& context)
@@ -166,20 +164,8 @@ int LibraryCommand::run(const QCommandLineParser& parser, CommandContext& contex
             library = readFile(parser.value("db"));
         else
             library = readDevice(parser.isSet("udid") ? std::optional(parser.value("udid")) : std::nullopt, context);
-    } catch (const PhotoLibraryError& error) {
-        context.err << error.description() << "\n";
-        return ExitCode::failed;
-    } catch (const SQLiteError& error) {
-        context.err << error.description() << "\n";
-        return ExitCode::failed;
-    } catch (const MediaSourceError& error) {
-        context.err << error.description() << "\n";
-        return ExitCode::failed;
-    } catch (const DeviceError& error) {
-        context.err << error.description() << "\n";
-        return ExitCode::failed;
     } catch (const std::exception& error) {
-        context.err << QString::fromUtf8(error.what()) << "\n";
+        context.err << describeError(error) << "\n";
         return ExitCode::failed;
     }
 

@@ -2,7 +2,7 @@
 
 #include "DeviceLibrary.h"
 #include "ErrorText.h"
-#include "backup/Manifest.h"
+#include "backup/ExistingBackup.h"
 #include "demo/DemoLibrary.h"
 #include "plan/BackupPlan.h"
 
@@ -15,21 +15,7 @@
 
 namespace {
 
-// How many of a node's assets each destination folder already holds, by leaf path.
-using BackedUp = QHash<QString, QSet<QString>>;
-
-int backedUpCount(const BackupNode& node, const BackedUp& backedUp)
-{
-    int count = 0;
-    for (const BackupNode& leaf : node.leaves()) {
-        const QSet<QString> done = backedUp.value(leaf.relativePath);
-        for (const QString& uuid : leaf.assetUUIDs)
-            count += done.contains(uuid) ? 1 : 0;
-    }
-    return count;
-}
-
-QJsonObject nodeJson(const BackupNode& node, const std::optional<BackedUp>& backedUp)
+QJsonObject nodeJson(const BackupNode& node, const std::optional<ExistingBackup>& backedUp)
 {
     QJsonObject object{{"id", node.id},
                        {"title", node.title},
@@ -43,16 +29,16 @@ QJsonObject nodeJson(const BackupNode& node, const std::optional<BackedUp>& back
         object.insert("children", children);
     }
     if (backedUp)
-        object.insert("backedUp", backedUpCount(node, *backedUp));
+        object.insert("backedUp", backedUp->backedUpCount(node));
     return object;
 }
 
-void printNode(QTextStream& out, const BackupNode& node, int depth, const std::optional<BackedUp>& backedUp)
+void printNode(QTextStream& out, const BackupNode& node, int depth, const std::optional<ExistingBackup>& backedUp)
 {
     out << QString(depth * 2, ' ') << node.title << (node.children ? "/" : "") << "  [" << node.id << "]  → "
         << node.relativePath << "  (" << node.totalCount() << " items";
     if (backedUp)
-        out << ", " << backedUpCount(node, *backedUp) << " backed up";
+        out << ", " << backedUp->backedUpCount(node) << " backed up";
     out << ")\n";
     if (node.children)
         for (const BackupNode& child : *node.children)
@@ -98,12 +84,12 @@ int TreeCommand::run(const QCommandLineParser& parser, CommandContext& context)
             std::optional<QString> udid;
             if (parser.isSet("udid"))
                 udid = parser.value("udid");
-            library = DeviceLibrary::open(udid, json ? quiet : context.out).library;
+            BackupSession session;
+            DeviceLibrary::open(session, udid, json ? quiet : context.out);
+            library = session.library();
         }
 
-        std::optional<BackedUp> backedUp;
-        QHash<QString, QString> existingPaths;
-        std::unique_ptr<Manifest> manifest;
+        std::optional<ExistingBackup> backedUp;
         if (parser.isSet("dest")) {
             const QString dest = parser.value("dest");
             if (!QFileInfo(dest).isDir()) {
@@ -112,16 +98,10 @@ int TreeCommand::run(const QCommandLineParser& parser, CommandContext& context)
                                    .arg(dest);
                 return ExitCode::failed;
             }
-            backedUp = BackedUp();
-            if (Manifest::exists(dest)) {
-                manifest = std::make_unique<Manifest>(dest);
-                existingPaths = manifest->albumPaths();
-            }
+            // Read only: looking at a backup never changes its manifest.
+            backedUp = ExistingBackup::read(dest);
         }
-        const BackupPlan plan(library, existingPaths);
-        if (manifest)
-            for (const BackupNode& leaf : plan.allLeaves())
-                backedUp->insert(leaf.relativePath, manifest->backedUpAssets(leaf.relativePath));
+        const BackupPlan plan(library, backedUp ? backedUp->albumPaths : QHash<QString, QString>{});
 
         if (json) {
             QJsonArray nodes;

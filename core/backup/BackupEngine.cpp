@@ -2,7 +2,7 @@
 
 #include "BackupError.h"
 #include "BackupFolderLock.h"
-#include "device/DeviceError.h"
+#include "DescribedError.h"
 #include "device/MediaSource.h"
 #include "device/MediaSourceError.h"
 #include "device/StreamingHasher.h"
@@ -25,20 +25,6 @@
 #include <sys/stat.h>
 
 namespace {
-
-// The user-facing text of any failure that can end one asset.
-QString describe(const std::exception& error)
-{
-    if (const auto* e = dynamic_cast<const BackupError*>(&error))
-        return e->description();
-    if (const auto* e = dynamic_cast<const MediaSourceError*>(&error))
-        return e->description();
-    if (const auto* e = dynamic_cast<const SQLiteError*>(&error))
-        return e->description();
-    if (const auto* e = dynamic_cast<const DeviceError*>(&error))
-        return e->description();
-    return QString::fromUtf8(error.what());
-}
 
 QString freshName() { return QUuid::createUuid().toString(QUuid::WithoutBraces); }
 
@@ -252,9 +238,9 @@ BackupSummary BackupEngine::run(const BackupOptions& options, const std::functio
         try {
             backUp(asset, leavesOf(i), tmp, options.dryRun, summary, send);
         } catch (const std::exception& error) {
-            const QString text = asset.displayName() + ": " + describe(error);
+            const QString text = asset.displayName() + ": " + describeError(error);
             summary.errors.append(text);
-            send(BackupEvent::makeLog("ERROR " + text));
+            send(BackupEvent::makeError(text, asset.uuid));
         }
         forget(asset.uuid);
     }
@@ -274,10 +260,10 @@ bool BackupEngine::backUp(const LibraryAsset& asset, const QList<BackupNode>& le
                           BackupSummary& summary, const EventHandler& onEvent)
 {
     const QString& name = asset.displayName();
-    const auto log = [&](const QString& line) { onEvent(BackupEvent::makeLog(line)); };
+    const auto log = [&](const QString& line) { onEvent(BackupEvent::makeLog(line, asset.uuid)); };
     const auto fail = [&](const QString& text) {
         summary.errors.append(name % u": " % text);
-        log(u"ERROR " % name % u": " % text);
+        onEvent(BackupEvent::makeError(name % u": " % text, asset.uuid));
     };
 
     // A folder path that would lead outside the backup folder (it may come from a manifest) is
@@ -325,7 +311,7 @@ void BackupEngine::backUpComponent(const LibraryAsset& asset, const SourceCompon
                                    const EventHandler& onEvent)
 {
     const QString name = asset.displayName();
-    const auto log = [&](const QString& line) { onEvent(BackupEvent::makeLog(line)); };
+    const auto log = [&](const QString& line) { onEvent(BackupEvent::makeLog(line, asset.uuid)); };
 
     const Lookahead::Download fetched = downloadFor(asset.uuid, part, tmp);
     OwnFile download(fetched.destination);
@@ -423,7 +409,7 @@ void BackupEngine::backUpComponent(const LibraryAsset& asset, const SourceCompon
             if (dateProblem) {
                 const QString warning = fileName + ": " + *dateProblem;
                 summary.dateWarnings.append(warning);
-                log("WARNING " + warning);
+                onEvent(BackupEvent::makeWarning(warning, asset.uuid));
             }
             summary.filesCopied += 1;
             summary.bytesCopied += content.size;

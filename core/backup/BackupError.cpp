@@ -22,8 +22,6 @@ QString describe(BackupError::Kind kind, const QString& path, const QString& rea
 } // namespace
 
 BackupError::BackupError(Kind kind, const QString& path, const QString& reason)
-    : std::runtime_error(describe(kind, path, reason).toStdString()), m_kind(kind), m_path(path), m_reason(reason)
+    : DescribedError(describe(kind, path, reason)), m_kind(kind), m_path(path), m_reason(reason)
 {
 }
-
-QString BackupError::description() const { return describe(m_kind, m_path, m_reason); }

@@ -1,12 +1,14 @@
 #pragma once
 
+#include "DescribedError.h"
+
 #include <QString>
 
 #include <stdexcept>
 
 // A failure of the backup run itself or of writing one file into the backup folder.
 // Only `temporaryFolder` ends a run; the others fail the asset being backed up.
-class BackupError : public std::runtime_error {
+class BackupError : public DescribedError {
 public:
     enum class Kind { temporaryFolder, unsafeFolder, unsafeName, folder, write };
 
@@ -24,7 +26,6 @@ public:
     Kind kind() const { return m_kind; }
     const QString& path() const { return m_path; }
     const QString& reason() const { return m_reason; }
-    QString description() const;
 
     bool operator==(const BackupError& other) const
     {

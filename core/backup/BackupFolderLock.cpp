@@ -70,9 +70,7 @@ bool takeOverLeftLock(QLockFile& lock, const QString& path)
 
 } // namespace
 
-BackupFolderBusy::BackupFolderBusy(qint64 pid) : std::runtime_error(busyText(pid).toStdString()), m_pid(pid) {}
-
-QString BackupFolderBusy::description() const { return busyText(m_pid); }
+BackupFolderBusy::BackupFolderBusy(qint64 pid) : DescribedError(busyText(pid)), m_pid(pid) {}
 
 BackupFolderLock::BackupFolderLock(const QString& root)
     : m_lock(std::make_unique<QLockFile>(QDir(root).filePath(fileName)))
@@ -89,10 +87,9 @@ BackupFolderLock::BackupFolderLock(const QString& root)
         m_lock->getLockInfo(&pid, &host, &app);
         throw BackupFolderBusy(pid);
     }
-    throw std::runtime_error(
+    throw DescribedError(
         QString::fromUtf8("The backup folder \u201c%1\u201d cannot be locked for this run. Check that it is writable.")
-            .arg(QDir::toNativeSeparators(root))
-            .toStdString());
+            .arg(QDir::toNativeSeparators(root)));
 }
 
 BackupFolderLock::~BackupFolderLock() = default;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "DescribedError.h"
+
 #include <QLockFile>
 #include <QString>
 
@@ -7,12 +9,10 @@
 #include <stdexcept>
 
 // Thrown when another run holds the lock of a backup folder.
-class BackupFolderBusy : public std::runtime_error {
+class BackupFolderBusy : public DescribedError {
 public:
     explicit BackupFolderBusy(qint64 pid);
     qint64 pid() const { return m_pid; }
-    // "Another backup into this folder is running (process N)."
-    QString description() const;
 
 private:
     qint64 m_pid;

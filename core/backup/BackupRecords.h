@@ -25,16 +25,37 @@ struct BackupProgress {
 };
 
 // What the engine hands to its listener: a progress snapshot or a line of the run log.
-// A log line that reports a failure begins "ERROR ", one that reports a date problem "WARNING ".
+// A log line keeps its wording whole: one that reports a failure begins "ERROR ", one that reports a
+// problem worth a look "WARNING "; its severity says the same, so that no listener needs to read it
+// back out of the text. `assetUUID` names the asset the line is about, when there is one.
 struct BackupEvent {
     enum class Kind { progress, log };
+    enum class Severity { info, warning, error };
 
-    static BackupEvent makeProgress(const BackupProgress& progress) { return {Kind::progress, progress, {}}; }
-    static BackupEvent makeLog(const QString& line) { return {Kind::log, {}, line}; }
+    static BackupEvent makeProgress(const BackupProgress& progress)
+    {
+        return {Kind::progress, progress, {}, Severity::info, {}};
+    }
+    static BackupEvent makeLog(const QString& line, const QString& assetUUID = {})
+    {
+        return {Kind::log, {}, line, Severity::info, assetUUID};
+    }
+    // "WARNING " + text
+    static BackupEvent makeWarning(const QString& text, const QString& assetUUID = {})
+    {
+        return {Kind::log, {}, QStringLiteral("WARNING ") + text, Severity::warning, assetUUID};
+    }
+    // "ERROR " + text
+    static BackupEvent makeError(const QString& text, const QString& assetUUID = {})
+    {
+        return {Kind::log, {}, QStringLiteral("ERROR ") + text, Severity::error, assetUUID};
+    }
 
     Kind kind = Kind::log;
     BackupProgress progress;
     QString line;
+    Severity severity = Severity::info;
+    QString assetUUID;
 };
 
 // The outcome of a run.

@@ -64,12 +64,19 @@ QString Manifest::rawValue(Status status)
     return QStringLiteral("adopted");
 }
 
-Manifest::Manifest(const QString& root)
+Manifest::Manifest(const QString& root, Access access)
 {
     const QString path = QDir(root).filePath(fileName);
     if (const QStringList tables = foreignTables(path); !tables.isEmpty())
         throw SQLiteError(path + ": the database of another program (tables " + tables.join(", ") +
                           "), not a backup manifest");
+    if (access == Access::readOnly) {
+        // A journal left by a run that was killed mid-write must be rolled back before the file can
+        // be read at all, which a read-only connection cannot do; that is the only write made then.
+        const bool journalLeft = QFileInfo::exists(path + "-journal");
+        m_db = std::make_unique<SQLiteDB>(path, !journalLeft, false);
+        return;
+    }
     m_db = std::make_unique<SQLiteDB>(path, false, true);
     // The rollback journal and full syncs make every row durable the moment its insert returns.
     for (const char* statement : kOpenStatements)
@@ -132,6 +139,15 @@ QSet<QString> Manifest::backedUpAssets(const QString& destination)
                     if (auto uuid = row.text(0))
                         result.insert(*uuid);
                 });
+    return result;
+}
+
+QHash<QString, QSet<QString>> Manifest::backedUpAssetsByFolder()
+{
+    QHash<QString, QSet<QString>> result;
+    m_db->query("SELECT dest, asset_uuid FROM files WHERE component='original'", {}, [&](const SQLRow& row) {
+        result[QString::fromUtf8(row.utf8(0))].insert(QString::fromUtf8(row.utf8(1)));
+    });
     return result;
 }
 

@@ -16,15 +16,18 @@
 class Manifest {
 public:
     enum class Status { copied, duplicate, adopted };
+    // readOnly: for looking only; nothing is created and nothing is ever written.
+    enum class Access { readWrite, readOnly };
 
     static inline const QString fileName = QStringLiteral(".ombrelo-manifest.sqlite");
 
     static bool exists(const QString& root);
     static QString rawValue(Status status);
 
-    // Opens the manifest of `root`, creating it when missing. Throws SQLiteError, without writing
-    // anything, when the file is not a database or is the database of another program.
-    explicit Manifest(const QString& root);
+    // Opens the manifest of `root`, creating it when missing (read-only: it must exist). Throws
+    // SQLiteError, without writing anything, when the file is not a database or is the database of
+    // another program.
+    explicit Manifest(const QString& root, Access access = Access::readWrite);
 
     std::optional<QString> path(const QString& hash, const QString& dest);
     void recordAlbum(const QString& uuid, const QString& path, const QString& title);
@@ -33,6 +36,8 @@ public:
     QSet<QString> stems(const QString& dest);
     void reserveStem(const QString& asset, const QString& dest, const QString& stem);
     QSet<QString> backedUpAssets(const QString& destination);
+    // backedUpAssets of every folder at once: folder path → asset UUIDs.
+    QHash<QString, QSet<QString>> backedUpAssetsByFolder();
     int fileCount();
 
     // The manifest's date format: ISO 8601 in UTC, whole seconds (2024-05-01T09:30:00Z).

@@ -262,7 +262,7 @@ DownloadResult AFCDevice::download(const QString& path, const QString& destinati
         for (qint64 done = 0; done < qint64(length);) {
             const qint64 written = file.write(data + done, qint64(length) - done);
             if (written <= 0)
-                throw std::runtime_error(("Could not write " + destination + ": " + file.errorString()).toStdString());
+                throw DescribedError("Could not write " + destination + ": " + file.errorString());
             done += written;
         }
     });

@@ -41,8 +41,6 @@ QString describe(DeviceError::Kind kind, const QString& detail, int32_t code)
 } // namespace
 
 DeviceError::DeviceError(Kind kind, const QString& detail, int32_t code)
-    : std::runtime_error(describe(kind, detail, code).toStdString()), m_kind(kind), m_detail(detail), m_code(code)
+    : DescribedError(describe(kind, detail, code)), m_kind(kind), m_detail(detail), m_code(code)
 {
 }
-
-QString DeviceError::description() const { return describe(m_kind, m_detail, m_code); }

@@ -1,12 +1,14 @@
 #pragma once
 
+#include "DescribedError.h"
+
 #include <QString>
 
 #include <cstdint>
 #include <stdexcept>
 
 // A failure to reach a device or its media service.
-class DeviceError : public std::runtime_error {
+class DeviceError : public DescribedError {
 public:
     enum class Kind { connectFailed, lockdown, afcService, noDevice };
 
@@ -18,7 +20,6 @@ public:
     Kind kind() const { return m_kind; }
     const QString& detail() const { return m_detail; }
     int32_t code() const { return m_code; }
-    QString description() const;
 
     bool operator==(const DeviceError& other) const
     {

@@ -10,8 +10,6 @@ QString describe(MediaSourceError::Kind kind, const QString& path, const QString
 } // namespace
 
 MediaSourceError::MediaSourceError(Kind kind, const QString& path, const QString& message)
-    : std::runtime_error(describe(kind, path, message).toStdString()), m_kind(kind), m_path(path), m_message(message)
+    : DescribedError(describe(kind, path, message)), m_kind(kind), m_path(path), m_message(message)
 {
 }
-
-QString MediaSourceError::description() const { return describe(m_kind, m_path, m_message); }

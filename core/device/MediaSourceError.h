@@ -1,11 +1,13 @@
 #pragma once
 
+#include "DescribedError.h"
+
 #include <QString>
 
 #include <stdexcept>
 
 // A failure to list or read a file of a device's media tree.
-class MediaSourceError : public std::runtime_error {
+class MediaSourceError : public DescribedError {
 public:
     enum class Kind { notFound, readFailed };
 
@@ -18,7 +20,6 @@ public:
     Kind kind() const { return m_kind; }
     const QString& path() const { return m_path; }
     const QString& message() const { return m_message; }
-    QString description() const;
 
     bool operator==(const MediaSourceError& other) const
     {

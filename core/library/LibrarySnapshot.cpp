@@ -1,5 +1,6 @@
 #include "LibrarySnapshot.h"
 
+#include "DescribedError.h"
 #include "SQLiteDB.h"
 #include "device/MediaSource.h"
 #include "device/MediaSourceError.h"
@@ -21,8 +22,7 @@ PhotoLibrary fetchOnce(MediaSource& source, const QString& folder)
 {
     QDir(folder).removeRecursively();
     if (!QDir().mkpath(folder))
-        throw std::runtime_error(
-            QString("Could not create the folder \u201c%1\u201d for the database copy.").arg(folder).toStdString());
+        throw DescribedError(QString("Could not create the folder \u201c%1\u201d for the database copy.").arg(folder));
     for (const QString& name : LibrarySnapshot::deviceFiles()) {
         try {
             source.download("/PhotoData/" + name, QDir(folder).filePath(name));

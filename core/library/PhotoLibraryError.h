@@ -1,11 +1,13 @@
 #pragma once
 
+#include "DescribedError.h"
+
 #include <QString>
 
 #include <stdexcept>
 
 // The Photos database has a layout the reader cannot work with.
-class PhotoLibraryError : public std::runtime_error {
+class PhotoLibraryError : public DescribedError {
 public:
     enum class Kind { unsupportedSchema };
 
@@ -13,7 +15,6 @@ public:
 
     Kind kind() const { return m_kind; }
     const QString& detail() const { return m_detail; }
-    QString description() const;
 
 private:
     PhotoLibraryError(Kind kind, const QString& detail);

@@ -1,8 +1,3 @@
 #include "SQLiteError.h"
 
-SQLiteError::SQLiteError(const QString& message)
-    : std::runtime_error(("SQLite: " + message).toStdString()), m_message(message)
-{
-}
-
-QString SQLiteError::description() const { return QStringLiteral("SQLite: ") + m_message; }
+SQLiteError::SQLiteError(const QString& message) : DescribedError("SQLite: " + message), m_message(message) {}

@@ -1,0 +1,117 @@
+#include "PhoneBackup.h"
+#include "TempDir.h"
+#include "backup/BackupSession.h"
+#include "plan/BackupPlan.h"
+
+#include <QJsonObject>
+
+#include <gtest/gtest.h>
+
+#include <condition_variable>
+#include <deque>
+#include <mutex>
+#include <thread>
+
+namespace {
+
+// Events handed from the thread that runs the session to the test's thread, as a window gets them.
+class EventChannel {
+public:
+    void post(const BackupEvent& event)
+    {
+        std::lock_guard lock(m_mutex);
+        m_events.push_back(event);
+        m_changed.notify_one();
+    }
+    void close()
+    {
+        std::lock_guard lock(m_mutex);
+        m_closed = true;
+        m_changed.notify_one();
+    }
+    // Every event, taken on this thread as they come, until the session's thread is done.
+    QList<BackupEvent> receiveAll()
+    {
+        QList<BackupEvent> received;
+        std::unique_lock lock(m_mutex);
+        for (;;) {
+            m_changed.wait(lock, [&] { return m_closed || !m_events.empty(); });
+            while (!m_events.empty()) {
+                received.append(m_events.front());
+                m_events.pop_front();
+            }
+            if (m_closed)
+                return received;
+        }
+    }
+
+private:
+    std::mutex m_mutex;
+    std::condition_variable m_changed;
+    std::deque<BackupEvent> m_events;
+    bool m_closed = false;
+};
+
+} // namespace
+
+// A window's whole backup through the session alone, on a worker thread: connect, read the library,
+// plan against the folder, dry run, run; the typed events reach another thread, an unreadable photo
+// is an error event naming its asset, and the folder's counts then show what was copied.
+TEST(BackupSession, BacksUpAPhoneOnAWorkerThreadWithTypedEvents)
+{
+    PhoneBackup phone({"--generation", "ios17", "--assets", "12", "--albums", "2", "--seed", "7"});
+    const PhoneAnswerKey::Asset* broken = nullptr;
+    for (const PhoneAnswerKey::Asset& asset : phone.answerKey().assets)
+        if (!broken && asset.category == "library" && !asset.isHidden)
+            broken = &asset;
+    ASSERT_NE(broken, nullptr);
+    phone.setFaults({{"failPaths", QJsonObject{{broken->files.first().path, QJsonObject{{"open", 9}}}}}});
+    TempDir dirs;
+    qputenv("XDG_CACHE_HOME", dirs.filePath("cache").toUtf8());
+    const QString dest = dirs.path();
+
+    EventChannel channel;
+    BackupSummary preview, summary;
+    ExistingBackup after;
+    std::thread worker([&] {
+        BackupSession session;
+        session.connect(phone.udid());
+        session.readLibrary();
+        const BackupPlan plan = session.plan(ExistingBackup::read(dest));
+        BackupOptions options;
+        for (const BackupNode& leaf : plan.allLeaves())
+            options.nodeIDs.insert(leaf.id);
+        const BackupSession::RunControl control{[] { return false; },
+                                                [&](const BackupEvent& event) { channel.post(event); }};
+        preview = session.dryRun(plan, dest, options, control);
+        summary = session.run(plan, dest, options, control);
+        after = ExistingBackup::read(dest);
+        channel.close();
+    });
+    const QList<BackupEvent> events = channel.receiveAll();
+    worker.join();
+
+    EXPECT_TRUE(preview.isDryRun);
+    EXPECT_GT(preview.filesToCopy, 0);
+    EXPECT_GE(summary.filesCopied, preview.filesToCopy - 1);
+    ASSERT_EQ(summary.errors.size(), 1);
+
+    QList<BackupEvent> errors;
+    int progress = 0;
+    for (const BackupEvent& event : events) {
+        progress += event.kind == BackupEvent::Kind::progress;
+        if (event.kind == BackupEvent::Kind::log && event.severity == BackupEvent::Severity::error)
+            errors.append(event);
+        if (event.kind == BackupEvent::Kind::log && event.severity == BackupEvent::Severity::info) {
+            EXPECT_FALSE(event.line.startsWith("ERROR ") || event.line.startsWith("WARNING ")) << qPrintable(event.line);
+        }
+    }
+    ASSERT_EQ(errors.size(), 1);
+    EXPECT_EQ(errors.first().assetUUID, broken->uuid);
+    EXPECT_EQ(errors.first().line, "ERROR " + summary.errors.first());
+    EXPECT_GT(progress, 0);
+
+    EXPECT_EQ(after.fileCount, summary.filesCopied);
+    EXPECT_FALSE(after.backedUp.value(BackupPlan::cameraRollPath).contains(broken->uuid));
+    EXPECT_FALSE(after.backedUp.value(BackupPlan::cameraRollPath).isEmpty());
+}
