@@ -193,6 +193,8 @@ int BackupRun::execute()
             m_context.out << line << "\n";
         if (summary.cancelled)
             return finish(InterruptHandler::exitCode);
+        if (summary.deviceStopped)
+            return finish(ExitCode::failed);
         return finish(summary.errors.isEmpty() ? ExitCode::ok : ExitCode::runHadErrors);
     } catch (const std::exception& error) {
         return fail(describeError(error));

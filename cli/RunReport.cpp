@@ -20,6 +20,7 @@ QJsonObject summaryObject(const BackupSummary& summary)
         {"dateWarnings", QJsonArray::fromStringList(summary.dateWarnings)},
         {"errors", QJsonArray::fromStringList(summary.errors)},
         {"cancelled", summary.cancelled},
+        {"deviceStopped", summary.deviceStopped},
         {"isDryRun", summary.isDryRun},
     };
 }
