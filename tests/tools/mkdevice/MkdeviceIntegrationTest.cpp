@@ -9,6 +9,11 @@
 #include "library/SQLiteDB.h"
 
 #include <QDir>
+#include <QFileInfo>
+#include <QImage>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QRegularExpression>
 #include <QSet>
 
@@ -230,6 +235,86 @@ TEST(Mkdevice, AnswerKeyDescribesWhatThePhoneHolds)
     EXPECT_TRUE(std::any_of(key.albums.cbegin(), key.albums.cend(), [&](const PhoneAnswerKey::Album& a) {
         return a.kind == 4000 && !a.isTrashed && !parents.contains(a.uuid);
     })) << "an empty folder";
+}
+
+namespace {
+
+// The mean difference in grey level between neighbouring pixels: a few levels for a picture of
+// shapes and gradients, tens for noise.
+double roughness(const QImage& image)
+{
+    double sum = 0;
+    for (int y = 0; y < image.height(); ++y)
+        for (int x = 1; x < image.width(); ++x)
+            sum += std::abs(qGray(image.pixel(x, y)) - qGray(image.pixel(x - 1, y)));
+    return sum / (double(image.height()) * (image.width() - 1));
+}
+
+// True when both side edges are dark strips with light perforations, as on a film.
+bool hasFilmEdges(const QImage& image)
+{
+    for (const int x : {8, image.width() - 9}) {
+        int dark = 0;
+        int holes = 0;
+        bool inHole = false;
+        for (int y = 0; y < image.height(); ++y) {
+            const int grey = qGray(image.pixel(x, y));
+            dark += grey < 40;
+            if (grey > 180 && !inHole)
+                ++holes;
+            inHole = grey > 180;
+        }
+        if (holes < 5 || dark < image.height() / 3)
+            return false;
+    }
+    return true;
+}
+
+} // namespace
+
+TEST(Mkdevice, ThumbnailsLookLikeALibraryInAWindow)
+{
+    TempDir dir;
+    const QString media = dir.filePath("phone/media");
+    const ProgramResult run = makePhone(dir.filePath("phone"), {"--assets", "120", "--thumbnails", "mixed", "--answer-key", dir.filePath("key.json")});
+    ASSERT_EQ(run.exitCode, 0) << run.describe().toStdString();
+
+    int keptAs5003 = 0;
+    QSet<QByteArray> pictures;
+    QSet<QString> shapes;
+    for (const QJsonValue& value : QJsonDocument::fromJson(readFile(dir.filePath("key.json")))["assets"].toArray()) {
+        // One ready-made thumbnail per item, under the name the key gives.
+        const QString path = value["thumbnail"].toString();
+        ASSERT_TRUE(path.endsWith("/5005.JPG") || path.endsWith("/5003.JPG")) << path.toStdString();
+        EXPECT_EQ(QDir(media + QFileInfo(path).path()).entryList(QDir::Files), QStringList{QFileInfo(path).fileName()});
+        keptAs5003 += path.endsWith("/5003.JPG");
+
+        QImage image;
+        ASSERT_TRUE(image.load(media + path)) << path.toStdString();
+        image = image.convertToFormat(QImage::Format_RGB32);
+        EXPECT_EQ(std::max(image.width(), image.height()), 480) << path.toStdString();
+        shapes.insert(image.width() > image.height() ? "landscape" : "portrait");
+        EXPECT_LT(roughness(image), 12) << path.toStdString() << " looks like noise";
+        EXPECT_EQ(hasFilmEdges(image), value["isVideo"].toBool()) << path.toStdString();
+        pictures.insert(QByteArray(reinterpret_cast<const char*>(image.constBits()), image.sizeInBytes()));
+    }
+    EXPECT_GE(keptAs5003, 15);
+    EXPECT_LE(keptAs5003, 45);
+    EXPECT_EQ(shapes, (QSet<QString>{"landscape", "portrait"}));
+    EXPECT_GE(pictures.size(), 40) << "the pictures should vary";
+
+    // Sparse phones have none unless asked for; then they are whole pictures all the same.
+    const ProgramResult sparse = makePhone(dir.filePath("sparse"), {"--assets", "4", "--files", "sparse", "--thumbnails",
+                                           "5003", "--answer-key", dir.filePath("sparse.json")});
+    ASSERT_EQ(sparse.exitCode, 0) << sparse.describe().toStdString();
+    for (const QJsonValue& value : QJsonDocument::fromJson(readFile(dir.filePath("sparse.json")))["assets"].toArray()) {
+        const QString path = dir.filePath("sparse/media") + value["thumbnail"].toString();
+        EXPECT_TRUE(path.endsWith("/5003.JPG") && readFile(path).endsWith("\xFF\xD9")) << path.toStdString();
+    }
+    const ProgramResult refused = makePhone(dir.filePath("none"), {"--files", "none", "--thumbnails", "5003"});
+    EXPECT_EQ(refused.exitCode, 2);
+    EXPECT_TRUE(refused.err.contains("--thumbnails needs media files; --files none writes the database only."))
+        << refused.err.toStdString();
 }
 
 TEST(Mkdevice, RefusesAFolderThatIsNotEmptyAndLeavesItAlone)
