@@ -276,7 +276,8 @@ TEST(Mkdevice, ThumbnailsLookLikeALibraryInAWindow)
 {
     TempDir dir;
     const QString media = dir.filePath("phone/media");
-    const ProgramResult run = makePhone(dir.filePath("phone"), {"--assets", "120", "--thumbnails", "mixed", "--answer-key", dir.filePath("key.json")});
+    const ProgramResult run = makePhone(
+        dir.filePath("phone"), {"--assets", "120", "--thumbnails", "mixed", "--answer-key", dir.filePath("key.json")});
     ASSERT_EQ(run.exitCode, 0) << run.describe().toStdString();
 
     int keptAs5003 = 0;
@@ -304,8 +305,9 @@ TEST(Mkdevice, ThumbnailsLookLikeALibraryInAWindow)
     EXPECT_GE(pictures.size(), 40) << "the pictures should vary";
 
     // Sparse phones have none unless asked for; then they are whole pictures all the same.
-    const ProgramResult sparse = makePhone(dir.filePath("sparse"), {"--assets", "4", "--files", "sparse", "--thumbnails",
-                                           "5003", "--answer-key", dir.filePath("sparse.json")});
+    const ProgramResult sparse =
+        makePhone(dir.filePath("sparse"), {"--assets", "4", "--files", "sparse", "--thumbnails", "5003", "--answer-key",
+                                           dir.filePath("sparse.json")});
     ASSERT_EQ(sparse.exitCode, 0) << sparse.describe().toStdString();
     for (const QJsonValue& value : QJsonDocument::fromJson(readFile(dir.filePath("sparse.json")))["assets"].toArray()) {
         const QString path = dir.filePath("sparse/media") + value["thumbnail"].toString();
