@@ -13,9 +13,17 @@ QString LibraryAsset::thumbnailPath() const
 
 std::optional<QDateTime> LibraryAsset::captureDate() const
 {
-    if (!dateCreated)
+    // The range of ext4 and XFS time stamps, the file systems a backup most often lands on: a
+    // date outside it (the year 3,914,000 is in a real library) would be clamped or refused for
+    // every file of the item.
+    static const QDateTime earliest(QDate(1901, 12, 14), QTime(0, 0), Qt::UTC);
+    static const QDateTime latest(QDate(2446, 5, 10), QTime(0, 0), Qt::UTC);
+    if (!dateCreated || !std::isfinite(*dateCreated) || std::abs(*dateCreated) > 1e12)
         return std::nullopt;
-    return dateFromReferenceSeconds(*dateCreated);
+    const QDateTime date = dateFromReferenceSeconds(*dateCreated);
+    if (!date.isValid() || date < earliest || date >= latest)
+        return std::nullopt;
+    return date;
 }
 
 QDateTime dateFromReferenceSeconds(double seconds)

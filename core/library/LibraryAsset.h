@@ -29,7 +29,8 @@ struct LibraryAsset {
     bool isLivePhoto() const { return kindSubtype == 2; }
     QString sourcePath() const;
     QString thumbnailPath() const;
-    // The capture date as a point in time, when the library knows it.
+    // The capture date as a point in time, when the library knows it and a file can carry it
+    // (1902 to 2446).
     std::optional<QDateTime> captureDate() const;
 
     bool operator==(const LibraryAsset&) const = default;

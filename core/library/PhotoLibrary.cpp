@@ -64,6 +64,18 @@ void separateSharedIdentifiers(QList<Item>& items, const QString& what, QStringL
     }
 }
 
+// A damaged library can hold a capture date no file can carry (the year 318,000, or 1200 BC): such
+// an item is backed up without one, and the user is told once.
+void noteDatesFilesCannotCarry(const QList<LibraryAsset>& assets, QStringList& problems)
+{
+    for (const LibraryAsset& asset : assets)
+        if (asset.dateCreated && !asset.captureDate())
+            problems << QString::fromUtf8("The capture date of \u201c%1\u201d in the Photos library is not a date a "
+                                          "file can carry (it must fall between 1902 and 2446), so its files are "
+                                          "dated when they are copied.")
+                            .arg(asset.displayName());
+}
+
 } // namespace
 
 PhotoLibrary PhotoLibrary::load(const QString& databasePath)
@@ -191,6 +203,7 @@ PhotoLibrary PhotoLibrary::load(const QString& databasePath)
                      return;
                  library.membership[*album].append(*asset);
              });
+    noteDatesFilesCannotCarry(library.assets, library.problems);
     separateSharedIdentifiers(library.assets, "the items", library.problems);
     separateSharedIdentifiers(library.albums, "the albums", library.problems);
     return library;

@@ -390,9 +390,10 @@ TEST(BackupFaults, DamagedPhotosDatabaseStopsTheRunAfterThreeAttempts)
     EXPECT_EQ(QDir(dest).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot), QStringList());
 }
 
-// A damaged library that gives two items, or two albums, the same identifier: every item's files
-// and every album's folder are backed up all the same, and both the backup and the tree say so.
-TEST(BackupFaults, SharedIdentifiersInADamagedLibraryLoseNothing)
+// A damaged library that gives two items, or two albums, the same identifier, or an item a capture
+// date no file can carry: every item's files and every album's folder are backed up all the same,
+// and both the backup and the tree say so, once for each.
+TEST(BackupFaults, DamagedLibraryRowsLoseNothing)
 {
     TempDir dirs;
     const QStringList options{"--assets", "40", "--seed", "12", "--generation", "ios17"};
@@ -411,6 +412,8 @@ TEST(BackupFaults, SharedIdentifiersInADamagedLibraryLoseNothing)
         };
         giveTheFirstsIdentifierToTheSecond("ZASSET", "ZTRASHEDSTATE = 0 AND ZHIDDEN = 0");
         giveTheFirstsIdentifierToTheSecond("ZGENERICALBUM", "ZKIND = 2");
+        db.execute(
+            "UPDATE ZASSET SET ZDATECREATED = 1e13 WHERE Z_PK = (SELECT max(Z_PK) FROM ZASSET WHERE ZTRASHEDSTATE = 0 AND ZHIDDEN = 0)");
     }
     PhoneBackup phone(PhoneBackup::Folder{folder});
     const QString dest = newFolder(dirs, "dest");
@@ -427,11 +430,16 @@ TEST(BackupFaults, SharedIdentifiersInADamagedLibraryLoseNothing)
         return files;
     };
     EXPECT_EQ(files(dest), files(reference));
-    const QStringList warnings = run.lines("WARNING ").filter("the same identifier");
-    ASSERT_EQ(warnings.size(), 2) << run.describe().toStdString();
-    EXPECT_TRUE(warnings[0].startsWith("WARNING The Photos library gives the items ")) << warnings[0].toStdString();
-    EXPECT_TRUE(warnings[1].startsWith("WARNING The Photos library gives the albums ")) << warnings[1].toStdString();
+    const QStringList warnings = run.lines("WARNING ").filter("Photos library");
+    ASSERT_EQ(warnings.size(), 3) << run.describe().toStdString();
+    EXPECT_TRUE(warnings[0].startsWith("WARNING The capture date of ")) << warnings[0].toStdString();
+    EXPECT_TRUE(warnings[0].endsWith(" in the Photos library is not a date a file can carry (it must fall between "
+                                     "1902 and 2446), so its files are dated when they are copied."))
+        << warnings[0].toStdString();
+    EXPECT_TRUE(warnings[1].startsWith("WARNING The Photos library gives the items ")) << warnings[1].toStdString();
+    EXPECT_TRUE(warnings[2].startsWith("WARNING The Photos library gives the albums ")) << warnings[2].toStdString();
+    EXPECT_EQ(run.lines("WARNING ").filter("kept different dates"), QStringList());
 
     const ProgramResult tree = phone.cli({"tree", "--dest", dest});
-    EXPECT_EQ(tree.lines("WARNING ").filter("the same identifier"), warnings) << tree.describe().toStdString();
+    EXPECT_EQ(tree.lines("WARNING ").filter("Photos library"), warnings) << tree.describe().toStdString();
 }
