@@ -1,49 +1,17 @@
 // Devices come and go as the user plugs and unplugs them: the model against a simulated USB
 // service whose phones are folders moved in and out of its devices folder.
-#include "DeviceSimulator.h"
 #include "ModelFixture.h"
 
-#include <QDir>
+#include <QRegularExpression>
 
 #include <gtest/gtest.h>
 
 namespace {
 
-// Phones made once per test, unplugged until moved into the simulator's devices folder.
-struct Phones : ModelSetup {
-    QString devices = dir.filePath("devices");
-    QString parked = dir.filePath("parked");
-
-    Phones()
-    {
-        QDir().mkpath(devices);
-        QDir().mkpath(parked);
-    }
-    QString make(const QString& folder, int seed, const QString& name)
-    {
-        return makePhone(parked + "/" + folder, seed, name);
-    }
-    QString at(const QString& folder) const
-    {
-        return QDir(devices).exists(folder) ? devices + "/" + folder : parked + "/" + folder;
-    }
-    void plug(const QString& folder) { QDir().rename(parked + "/" + folder, devices + "/" + folder); }
-    void unplug(const QString& folder) { QDir().rename(devices + "/" + folder, parked + "/" + folder); }
-};
-
 QString describe(const LibraryState& state)
 {
-    switch (state.kind()) {
-    case LibraryState::Kind::noDevice:
-        return "no device";
-    case LibraryState::Kind::loaded:
-        return "loaded";
-    case LibraryState::Kind::loading:
-        return "loading: " + state.message();
-    case LibraryState::Kind::failed:
-        return "failed: " + state.message();
-    }
-    return {};
+    static const QStringList kinds{"no device", "loading", "failed", "loaded"};
+    return kinds[int(state.kind())] + (state.message().isEmpty() ? QString() : ": " + state.message());
 }
 
 } // namespace
@@ -53,13 +21,12 @@ QString describe(const LibraryState& state)
 // clears its library, plan and counts, and the next poll connects the other one.
 TEST(AppModelDevices, PlugInReorderAndUnplug)
 {
-    Phones phones;
-    const QString anna = phones.make("b-anna", 1, "Anna's iPhone");
-    const QString ben = phones.make("c-ben", 2, "Ben's iPhone");
-    DeviceSimulator simulator(DeviceSimulator::devicesDir, phones.devices);
-    const auto model = phones.model();
-    QStringList states;
-    QStringList cleared;
+    ModelSetup setup;
+    const QString anna = setup.make("b-anna", 1, "Anna's iPhone");
+    const QString ben = setup.make("c-ben", 2, "Ben's iPhone");
+    setup.serve();
+    const auto model = setup.model();
+    QStringList states, cleared;
     QObject::connect(model.get(), &AppModel::libraryStateChanged, [&] {
         states << describe(model->libraryState());
         if (model->libraryState() == LibraryState::noDevice())
@@ -71,9 +38,9 @@ TEST(AppModelDevices, PlugInReorderAndUnplug)
     int deviceLists = 0;
     QObject::connect(model.get(), &AppModel::devicesChanged, [&] { ++deviceLists; });
 
-    phones.plug("b-anna");
+    setup.plug("b-anna");
     ASSERT_TRUE(waitFor([&] { return model->libraryState() == LibraryState::loaded(); }))
-        << describe(model->libraryState()).toStdString();
+        << states.join("\n").toStdString();
     EXPECT_EQ(states, (QStringList{QString::fromUtf8("loading: Connecting\u2026"),
                                    QString::fromUtf8("loading: Reading the Photos library from Anna's iPhone\u2026"),
                                    "loaded"}));
@@ -86,22 +53,23 @@ TEST(AppModelDevices, PlugInReorderAndUnplug)
     EXPECT_FALSE(model->checkingCompleteness());
     EXPECT_EQ(model->completeness()->unaccountedFiles.size(), 3) << "the three files mkdevice hides";
 
-    phones.plug("c-ben");
+    setup.plug("c-ben");
     ASSERT_TRUE(waitFor([&] { return model->devices().size() == 2; }));
     EXPECT_EQ(model->selectedUDID(), anna);
     const int listsBefore = deviceLists;
-    QDir().rename(phones.devices + "/c-ben", phones.devices + "/a-ben"); // now listed first
-    ASSERT_TRUE(waitFor([&] { return simulator.log().contains("plugged in from " + phones.devices + "/a-ben"); }));
-    model->refreshDevices();
-    settle(*model);
-    model->refreshDevices();
-    settle(*model);
+    QDir().rename(setup.devices + "/c-ben", setup.devices + "/a-ben"); // now listed first
+    ASSERT_TRUE(
+        waitFor([&] { return setup.simulator->log().contains("plugged in from " + setup.devices + "/a-ben"); }));
+    for (int poll = 0; poll < 2; ++poll) {
+        model->refreshDevices();
+        settle(*model);
+    }
     EXPECT_EQ(deviceLists, listsBefore);
     EXPECT_EQ(model->selectedUDID(), anna);
     EXPECT_EQ(model->libraryState(), LibraryState::loaded());
 
     states.clear();
-    phones.unplug("b-anna");
+    QDir().rename(setup.devices + "/b-anna", setup.parked + "/b-anna");
     ASSERT_TRUE(waitFor([&] {
         return model->selectedUDID() == ben && model->libraryState() == LibraryState::loaded();
     })) << states.join("\n").toStdString();
@@ -113,18 +81,18 @@ TEST(AppModelDevices, PlugInReorderAndUnplug)
 // A locked phone shows the device's own text and is not opened; once unlocked, reloading loads it.
 TEST(AppModelDevices, LockedPhoneLoadsOnceUnlocked)
 {
-    Phones phones;
-    const QString udid = phones.make("phone", 3, "Anna's iPhone");
-    setFaults(phones.at("phone"), {{"lockdownError", "PasswordProtected"}});
-    phones.plug("phone");
-    DeviceSimulator simulator(DeviceSimulator::devicesDir, phones.devices);
-    const auto model = phones.model(std::chrono::hours(1)); // one look at start, then only on request
+    ModelSetup setup;
+    const QString udid = setup.make("phone", 3, "Anna's iPhone");
+    setup.setFaults("phone", {{"lockdownError", "PasswordProtected"}});
+    setup.plug("phone");
+    setup.serve();
+    const auto model = setup.model(1h); // one look at start, then only on request
     const LibraryState locked = LibraryState::failed("The device is locked. Unlock it and try again.");
     ASSERT_TRUE(waitFor([&] { return model->libraryState() == locked; }))
         << describe(model->libraryState()).toStdString();
     EXPECT_FALSE(model->device());
 
-    setFaults(phones.at("phone"), {});
+    setup.setFaults("phone", {});
     model->reloadLibrary();
     ASSERT_TRUE(waitFor([&] { return model->libraryState() == LibraryState::loaded(); }))
         << describe(model->libraryState()).toStdString();
@@ -137,24 +105,47 @@ TEST(AppModelDevices, LockedPhoneLoadsOnceUnlocked)
 // even when it fails afterwards.
 TEST(AppModelDevices, ConnectionLeftBehindChangesNothing)
 {
-    Phones phones;
-    const QString slow = phones.make("a-slow", 4, "Slow iPhone");
-    const QString quick = phones.make("b-quick", 5, "Quick iPhone");
-    setFaults(phones.at("a-slow"), {{"bytesPerSecond", 20000}});
-    phones.plug("a-slow");
-    phones.plug("b-quick");
-    DeviceSimulator simulator(DeviceSimulator::devicesDir, phones.devices);
-    const auto model = phones.model();
+    ModelSetup setup;
+    const QString slow = setup.make("a-slow", 4, "Slow iPhone");
+    const QString quick = setup.make("b-quick", 5, "Quick iPhone");
+    setup.setFaults("a-slow", {{"bytesPerSecond", 20000}});
+    setup.plug("a-slow");
+    setup.plug("b-quick");
+    setup.serve();
+    const auto model = setup.model();
     ASSERT_TRUE(waitFor([&] { return model->libraryState().message().startsWith("Reading the Photos library"); }));
     EXPECT_EQ(model->selectedUDID(), slow);
 
     model->connect(quick);
-    ASSERT_TRUE(waitFor([&] { return model->libraryState() == LibraryState::loaded(); }))
-        << describe(model->libraryState()).toStdString();
-    phones.unplug("a-slow"); // the slow reading fails now
+    ASSERT_TRUE(waitFor([&] { return model->libraryState() == LibraryState::loaded(); }));
+    setup.unplug("a-slow"); // the slow reading fails now
     ASSERT_TRUE(waitFor([&] { return model->devices().size() == 1; }));
     settle(*model);
     EXPECT_EQ(model->libraryState(), LibraryState::loaded());
     EXPECT_EQ(model->selectedUDID(), quick);
     EXPECT_EQ(model->device()->name, "Quick iPhone");
+}
+
+// A phone unplugged while a run copies from it is not let go in the middle of the run: the run
+// ends with its own errors, and only then does the model let the phone go.
+TEST(AppModelDevices, PhoneUnpluggedDuringARunIsLetGoAfterIt)
+{
+    ModelSetup setup;
+    ASSERT_TRUE(setup.connected());
+    ASSERT_TRUE(setup.slowLink());
+    setup.app->startBackup(true);
+    ASSERT_TRUE(setup.reaches(RunPhase::Kind::ready));
+    setup.app->perform(false);
+    ASSERT_TRUE(setup.copying());
+
+    std::optional<LibraryState> whenFinished;
+    QObject::connect(setup.app.get(), &AppModel::runChanged, [&] {
+        if (!whenFinished && setup.phase() == RunPhase::Kind::finished)
+            whenFinished = setup.app->libraryState();
+    });
+    setup.unplug("phone");
+    ASSERT_TRUE(waitFor([&] { return whenFinished.has_value(); }));
+    EXPECT_EQ(whenFinished, LibraryState::loaded());
+    EXPECT_FALSE(setup.app->run()->log.filter(QRegularExpression("^ERROR ")).isEmpty());
+    ASSERT_TRUE(waitFor([&] { return setup.app->libraryState() == LibraryState::noDevice(); }));
 }

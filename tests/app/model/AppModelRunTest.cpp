@@ -1,69 +1,18 @@
 // Backups through the model, as the sheet drives them: the dry run, the real run with its progress
 // on the GUI thread, stopping, quitting while files are copied, and the counts afterwards.
 #include "ModelFixture.h"
-#include "PhoneBackup.h"
 
-#include <QDir>
 #include <QThread>
 
 #include <gtest/gtest.h>
-
-namespace {
-
-// A phone served by its own simulator, and a model connected to it with an empty backup folder.
-struct Connected : ModelSetup {
-    PhoneBackup phone;
-    QString folder = dir.filePath("backup");
-    std::unique_ptr<AppModel> app;
-
-    Connected() : phone({"--generation", "ios17", "--assets", "12", "--albums", "2", "--seed", "3"})
-    {
-        QDir().mkpath(folder);
-        app = model();
-        platform.folderAnswer = folder;
-        app->chooseDestination();
-    }
-    bool loaded()
-    {
-        return waitFor([&] { return app->libraryState() == LibraryState::loaded(); });
-    }
-    // Slows the link from the simulator's next listing on, so that a run can be caught copying.
-    bool slowLink()
-    {
-        phone.setFaults({{"bytesPerSecond", 400000}});
-        return waitFor([&] { return phone.simulator().log().contains("device.json changed"); });
-    }
-    RunPhase::Kind phase() const { return app->run() ? app->run()->phase.kind : RunPhase::Kind::preparing; }
-    bool reaches(RunPhase::Kind kind)
-    {
-        return waitFor([&] { return app->run() && phase() == kind; }, 60000);
-    }
-    bool copying()
-    {
-        return waitFor(
-            [&] { return phase() == RunPhase::Kind::running && app->run()->phase.progress.progress.assetsDone > 0; });
-    }
-    // Dry run, then the real run, to its end.
-    bool backUp()
-    {
-        app->startBackup(true);
-        if (!reaches(RunPhase::Kind::ready))
-            return false;
-        app->perform(false);
-        return reaches(RunPhase::Kind::finished);
-    }
-    int verify() const { return phone.cli({"verify", folder}).exitCode; }
-};
-
-} // namespace
 
 // The whole run: the dry run says what will be copied, the real run reports progress on the GUI
 // thread and keeps the window open until it ends, the summary closes the log, and closing the run
 // refreshes what the folder holds.
 TEST(AppModelRun, DryRunThenRunThenCountsRefresh)
 {
-    Connected setup;
-    ASSERT_TRUE(setup.loaded());
+    ModelSetup setup;
+    ASSERT_TRUE(setup.connected());
     AppModel& model = *setup.app;
     EXPECT_EQ(model.destinationStatus().text, "New backup");
     ASSERT_TRUE(model.canBackUp());
@@ -87,7 +36,7 @@ TEST(AppModelRun, DryRunThenRunThenCountsRefresh)
     });
     model.perform(false);
     EXPECT_EQ(setup.phase(), RunPhase::Kind::running);
-    EXPECT_EQ(model.run()->log.first(), "Backing up to " + setup.folder);
+    EXPECT_EQ(model.run()->log.first(), "Backing up to " + setup.backup);
     EXPECT_EQ(setup.platform.closable, QList<bool>{false});
     ASSERT_TRUE(setup.reaches(RunPhase::Kind::finished));
     EXPECT_FALSE(progressOffGuiThread);
@@ -117,8 +66,8 @@ TEST(AppModelRun, DryRunThenRunThenCountsRefresh)
 // copies the rest.
 TEST(AppModelRun, StopKeepsWhatWasCopiedAndTheNextRunCompletes)
 {
-    Connected setup;
-    ASSERT_TRUE(setup.loaded());
+    ModelSetup setup;
+    ASSERT_TRUE(setup.connected());
     ASSERT_TRUE(setup.slowLink());
     AppModel& model = *setup.app;
     model.startBackup(true);
@@ -134,7 +83,7 @@ TEST(AppModelRun, StopKeepsWhatWasCopiedAndTheNextRunCompletes)
     const int copied = model.backedUpCount(BackupPlan::cameraRollID);
     EXPECT_LT(copied, model.assetCount(BackupPlan::cameraRollID));
 
-    setup.phone.setFaults({});
+    setup.setFaults("phone", {});
     ASSERT_TRUE(setup.backUp());
     EXPECT_FALSE(model.run()->phase.summary->cancelled);
     EXPECT_TRUE(model.run()->phase.summary->errors.isEmpty());
@@ -147,8 +96,8 @@ TEST(AppModelRun, StopKeepsWhatWasCopiedAndTheNextRunCompletes)
 // Up" changes nothing, and "Stop and Quit" ends the application only once the engine has returned.
 TEST(AppModelRun, QuittingDuringARunWaitsForTheEngine)
 {
-    Connected setup;
-    ASSERT_TRUE(setup.loaded());
+    ModelSetup setup;
+    ASSERT_TRUE(setup.connected());
     ASSERT_TRUE(setup.slowLink());
     AppModel& model = *setup.app;
     FakePlatform& platform = setup.platform;

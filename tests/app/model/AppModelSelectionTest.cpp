@@ -171,6 +171,8 @@ TEST(AppModelSelection, SelectionIsKeptInTheSettings)
         EXPECT_EQ(request.acceptLabel, "Use This Folder");
         EXPECT_EQ(setup.platform.folderRequests.last().startFolder, folder);
         EXPECT_EQ(model->destinationStatus(), (DestinationStatus{"New backup", false}));
+        model->revealDestination();
+        EXPECT_EQ(setup.platform.revealed, QStringList{folder});
         EXPECT_FALSE(model->canBackUp()) << "no library";
     }
     EXPECT_EQ(setup.settings.value("untickedIDs").toStringList(), QStringList{"album-1"});

@@ -1,15 +1,18 @@
 #pragma once
 
 // What the model tests share: a desktop that answers as told and never blocks, waiting on the
-// event loop for a condition, and a model with settings and a cache folder of its own.
+// event loop, and a folder with the model's settings, its cache folder, a backup folder and phones
+// that are plugged in and out by moving them into and out of what a simulated USB service serves.
 
 #include "AppModel.h"
+#include "DeviceSimulator.h"
 #include "Platform.h"
 #include "RunProgram.h"
 #include "TempDir.h"
 
 #include <QCoreApplication>
 #include <QDeadlineTimer>
+#include <QDir>
 #include <QEventLoop>
 #include <QFile>
 #include <QJsonDocument>
@@ -23,13 +26,14 @@
 #include <memory>
 #include <stdexcept>
 
+using namespace std::chrono_literals;
+
 // Records what the model asks of the desktop and answers as the test says.
 class FakePlatform : public Platform {
 public:
     std::optional<QString> folderAnswer;
     AlertButton alertAnswer = AlertButton::first;
     bool sheetStaysAttached = false;
-
     QList<FolderRequest> folderRequests;
     QList<AlertRequest> alerts;
     QStringList revealed;
@@ -49,35 +53,18 @@ public:
     }
     void revealInFileManager(const QString& path) override { revealed << path; }
     void setWindowsClosable(bool flag) override { closable << flag; }
-    bool sheetAttached() override
-    {
-        ++sheetLooks;
-        return sheetStaysAttached;
-    }
+    bool sheetAttached() override { return ++sheetLooks, sheetStaysAttached; }
     void terminate() override { ++terminations; }
 };
 
 // Sets an environment variable for as long as it lives.
 class ScopedEnv {
 public:
-    ScopedEnv(const char* name, const QByteArray& value)
-        : m_name(name), m_had(qEnvironmentVariableIsSet(name)), m_old(qgetenv(name))
-    {
-        qputenv(name, value);
-    }
-    ~ScopedEnv()
-    {
-        if (m_had)
-            qputenv(m_name, m_old);
-        else
-            qunsetenv(m_name);
-    }
-    ScopedEnv(const ScopedEnv&) = delete;
-    ScopedEnv& operator=(const ScopedEnv&) = delete;
+    ScopedEnv(const char* name, const QByteArray& value) : m_name(name), m_old(qgetenv(name)) { qputenv(name, value); }
+    ~ScopedEnv() { m_old.isNull() ? qunsetenv(m_name) : qputenv(m_name, m_old); }
 
 private:
     const char* m_name;
-    bool m_had;
     QByteArray m_old;
 };
 
@@ -95,6 +82,105 @@ inline bool waitFor(const std::function<bool()>& condition, int timeoutMs = 3000
     return true;
 }
 
+struct ModelSetup {
+    TempDir dir;
+    QSettings settings{dir.filePath("settings.ini"), QSettings::IniFormat};
+    FakePlatform platform;
+    QString devices = dir.filePath("devices");
+    QString parked = dir.filePath("parked");
+    QString backup = dir.filePath("backup");
+    std::unique_ptr<DeviceSimulator> simulator;
+    std::unique_ptr<AppModel> app; // goes before the simulator
+
+    ModelSetup()
+    {
+        qputenv("XDG_CACHE_HOME", dir.filePath("cache").toUtf8());
+        for (const QString& folder : {devices, parked, backup})
+            QDir().mkpath(folder);
+    }
+    std::unique_ptr<AppModel> model(std::chrono::milliseconds pollInterval = 150ms)
+    {
+        return std::make_unique<AppModel>(AppModel::Setup{&platform, &settings, pollInterval});
+    }
+
+    // Writes an unplugged phone with ombrelo-mkdevice (a dozen items in two albums, iOS 17) and
+    // returns its UDID.
+    QString make(const QString& folder, int seed, const QString& name)
+    {
+        const ProgramResult made = runProgram(OMBRELO_BIN_DIR "/ombrelo-mkdevice",
+                                              {parked + "/" + folder, "--generation", "ios17", "--assets", "12",
+                                               "--albums", "2", "--seed", QString::number(seed), "--name", name});
+        if (made.exitCode != 0)
+            throw std::runtime_error(made.describe().toStdString());
+        return deviceJson(folder).value("udid").toString();
+    }
+    QString at(const QString& folder) const
+    {
+        return QDir(devices).exists(folder) ? devices + "/" + folder : parked + "/" + folder;
+    }
+    void plug(const QString& folder) { QDir().rename(parked + "/" + folder, devices + "/" + folder); }
+    void unplug(const QString& folder) { QDir().rename(devices + "/" + folder, parked + "/" + folder); }
+    void serve() { simulator = std::make_unique<DeviceSimulator>(DeviceSimulator::devicesDir, devices); }
+    QJsonObject deviceJson(const QString& folder) const
+    {
+        return QJsonDocument::fromJson(readFile(at(folder) + "/device.json")).object();
+    }
+    // Replaces a phone's faults; the simulator applies them from its next listing.
+    void setFaults(const QString& folder, const QJsonObject& faults) const
+    {
+        QJsonObject device = deviceJson(folder);
+        device.insert("faults", faults);
+        const QString path = at(folder) + "/device.json";
+        writeFile(path + ".new", QJsonDocument(device).toJson());
+        // Renamed over the old one, so the simulator never reads half a file.
+        if (std::rename(QFile::encodeName(path + ".new").constData(), QFile::encodeName(path).constData()) != 0)
+            throw std::runtime_error("cannot replace device.json");
+    }
+
+    // One phone plugged in and loaded, with the backup folder chosen.
+    bool connected(int seed = 3)
+    {
+        make("phone", seed, "Test iPhone");
+        plug("phone");
+        serve();
+        app = model();
+        platform.folderAnswer = backup;
+        app->chooseDestination();
+        return loaded();
+    }
+    bool loaded()
+    {
+        return waitFor([&] { return app->libraryState() == LibraryState::loaded(); });
+    }
+    // Slows the phone's link, so that a run can be caught copying.
+    bool slowLink(const QString& folder = "phone")
+    {
+        setFaults(folder, {{"bytesPerSecond", 300000}});
+        return waitFor([&] { return simulator->log().contains("device.json changed"); });
+    }
+    RunPhase::Kind phase() const { return app->run() ? app->run()->phase.kind : RunPhase::Kind::preparing; }
+    bool reaches(RunPhase::Kind kind)
+    {
+        return waitFor([&] { return app->run() && phase() == kind; }, 60000);
+    }
+    bool copying()
+    {
+        return waitFor(
+            [&] { return phase() == RunPhase::Kind::running && app->run()->phase.progress.progress.assetsDone > 0; });
+    }
+    // The dry run, then the real run, to its end.
+    bool backUp()
+    {
+        app->startBackup(true);
+        if (!reaches(RunPhase::Kind::ready))
+            return false;
+        app->perform(false);
+        return reaches(RunPhase::Kind::finished);
+    }
+    // ombrelo-cli verify of the backup folder: 0 when every recorded file is there, whole.
+    int verify() const { return runProgram(OMBRELO_BIN_DIR "/ombrelo-cli", {"verify", backup}).exitCode; }
+};
+
 // Lets every worker of the model return and applies what they delivered.
 inline void settle(AppModel& model)
 {
@@ -102,42 +188,4 @@ inline void settle(AppModel& model)
         model.waitForWorkers();
         QCoreApplication::processEvents();
     }
-}
-
-// A folder for the test, with the model's settings file and cache folder in it.
-struct ModelSetup {
-    TempDir dir;
-    QSettings settings{dir.filePath("settings.ini"), QSettings::IniFormat};
-    FakePlatform platform;
-
-    ModelSetup() { qputenv("XDG_CACHE_HOME", dir.filePath("cache").toUtf8()); }
-
-    std::unique_ptr<AppModel> model(std::chrono::milliseconds pollInterval = std::chrono::milliseconds(150))
-    {
-        return std::make_unique<AppModel>(AppModel::Setup{&platform, &settings, pollInterval});
-    }
-};
-
-// Writes a phone with ombrelo-mkdevice (a dozen items in two albums, the iOS 17 layout) and returns
-// its UDID.
-inline QString makePhone(const QString& folder, int seed, const QString& name)
-{
-    const ProgramResult made =
-        runProgram(OMBRELO_BIN_DIR "/ombrelo-mkdevice", {folder, "--generation", "ios17", "--assets", "12", "--albums",
-                                                         "2", "--seed", QString::number(seed), "--name", name});
-    if (made.exitCode != 0)
-        throw std::runtime_error(made.describe().toStdString());
-    return QJsonDocument::fromJson(readFile(folder + "/device.json")).object().value("udid").toString();
-}
-
-// Replaces the faults of a phone's device.json; the simulator applies them from its next listing.
-inline void setFaults(const QString& folder, const QJsonObject& faults)
-{
-    QJsonObject device = QJsonDocument::fromJson(readFile(folder + "/device.json")).object();
-    device.insert("faults", faults);
-    writeFile(folder + "/device.json.new", QJsonDocument(device).toJson());
-    // Renamed over the old one, so the simulator never reads half a file.
-    if (std::rename(QFile::encodeName(folder + "/device.json.new").constData(),
-                    QFile::encodeName(folder + "/device.json").constData()) != 0)
-        throw std::runtime_error("cannot replace device.json");
 }
