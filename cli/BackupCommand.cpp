@@ -7,7 +7,7 @@
 #include "RunReport.h"
 #include "TerminalStatus.h"
 #include "backup/BackupSession.h"
-#include "backup/ProgressTracker.h"
+#include "backup/ProgressAggregator.h"
 #include "plan/BackupPlan.h"
 
 #include <QFileInfo>
@@ -104,22 +104,20 @@ bool BackupRun::confirm()
 
 BackupSummary BackupRun::runEngine(const BackupSession& session, const BackupPlan& plan, const BackupOptions& options)
 {
-    ProgressTracker tracker;
+    // Lines are printed as they come; the status line is redrawn at most ten times a second.
+    ProgressAggregator progress([&](const RunUpdate& update) {
+        if (update.progress)
+            m_status.setStatus(update.progress->statusLine, update.progress->progress.currentName.isEmpty());
+    });
     BackupSession::RunControl control;
     control.isCancelled = [] { return InterruptHandler::requested(); };
     control.onEvent = [&](const BackupEvent& event) {
-        if (event.kind == BackupEvent::Kind::log) {
-            if (!options.dryRun)
-                say(event.line, event.severity != BackupEvent::Severity::info);
-            return;
-        }
         if (options.dryRun)
             return;
-        tracker.update(event.progress);
-        // Made only when it is drawn: a run through a backed-up library sends thousands a second.
-        const bool closing = event.progress.currentName.isEmpty();
-        if (m_status.wantsStatus(closing))
-            m_status.setStatus(tracker.statusLine(), closing);
+        if (event.kind == BackupEvent::Kind::log)
+            say(event.line, event.severity != BackupEvent::Severity::info);
+        else
+            progress.handle(event);
     };
     return options.dryRun ? session.dryRun(plan, m_options.dest, options, control)
                           : session.run(plan, m_options.dest, options, control);
@@ -210,9 +208,10 @@ void BackupCommand::configure(QCommandLineParser& parser) const
     parser.setApplicationDescription(
         summary() + "\nFirst makes a dry run and prints what it will do; on a terminal it then asks before copying.\n"
                     "Nothing on the device is changed and nothing in the folder is overwritten or deleted. An\n"
-                    "interrupted backup carries on where it stopped the next time. Ctrl-C or SIGTERM stops after the\n"
-                    "current item (exit code 130); a second Ctrl-C stops at once. One backup at a time runs into a\n"
-                    "folder: another one started meanwhile ends at once.\n"
+                    "interrupted backup carries on where it stopped the next time. Ctrl-C or SIGTERM stops within\n"
+                    "a second or two, leaving the file being copied for the next run (exit code 130); a second\n"
+                    "Ctrl-C stops at once. One backup at a time runs into a folder: another one started meanwhile\n"
+                    "ends at once.\n"
                     "Exit codes: 0 done, 1 done with errors, 2 bad arguments, 3 could not run, 130 cancelled.");
     parser.addPositionalArgument("DEST", "The backup folder (it must exist).");
     parser.addOption({"udid", "Back up the device with this UDID (default: the first one).", "U"});

@@ -17,7 +17,8 @@ void onSignal(int)
         (void)!write(STDERR_FILENO, message, sizeof message - 1);
         _exit(InterruptHandler::exitCode);
     }
-    static const char message[] = "\nStopping after the current item (press Ctrl-C again to stop at once)...\n";
+    static const char message[] =
+        "\nStopping; the file being copied is left for the next backup (press Ctrl-C again to stop at once)...\n";
     (void)!write(STDERR_FILENO, message, sizeof message - 1);
 }
 

@@ -1,8 +1,8 @@
 #pragma once
 
-// Turns Ctrl-C (SIGINT) and SIGTERM into a polite request to stop, read between items. A second
-// Ctrl-C ends the process at once: every finished file is already recorded, so the next run
-// carries on from there.
+// Turns Ctrl-C (SIGINT) and SIGTERM into a request to stop: the run abandons the file it is copying
+// and ends within a second or two. A second Ctrl-C ends the process at once: every finished file
+// is already recorded, so the next run carries on from there.
 class InterruptHandler {
 public:
     InterruptHandler();

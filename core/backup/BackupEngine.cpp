@@ -28,6 +28,9 @@ namespace {
 
 QString freshName() { return QUuid::createUuid().toString(QUuid::WithoutBraces); }
 
+// Thrown inside an asset when a stop is asked for in the middle of it; the run ends there.
+struct RunStopped {};
+
 // Whether a name beside an asset's file could be one of its files: a live video or a sidecar
 // (an extension as FileNaming::split cuts it, any case).
 bool isSiblingKind(const QString& name)
@@ -210,6 +213,7 @@ BackupSummary BackupEngine::run(const BackupOptions& options, const std::functio
 
     const auto total = int64_t(order.size());
     m_queue = std::make_unique<SourceQueue>(m_source, kReadyDownloads);
+    m_isCancelled = isCancelled;
     // The source thread ends with the run, however the run ends (and before the folder's lock goes);
     // a run that ends normally stops it after the loop already.
     const auto stopQueue = qScopeGuard([this] {
@@ -227,7 +231,8 @@ BackupSummary BackupEngine::run(const BackupOptions& options, const std::functio
         if (!order[size_t(i)])
             continue;
         const LibraryAsset& asset = *order[size_t(i)];
-        send(BackupEvent::makeProgress({i, total, asset.displayName(), summary.bytesCopied}));
+        m_current = {i, total, asset.displayName(), summary.bytesCopied, 0, 0, m_queue->bytesStreamed()};
+        send(BackupEvent::makeProgress(m_current));
         for (; listedAt <= std::min(i + kListingLookahead, total - 1); ++listedAt)
             if (const LibraryAsset* next = order[size_t(listedAt)])
                 listAhead(*next);
@@ -237,6 +242,9 @@ BackupSummary BackupEngine::run(const BackupOptions& options, const std::functio
                 lookAhead(*next, leavesOf(lookedAt), tmp);
         try {
             backUp(asset, leavesOf(i), tmp, options.dryRun, summary, send);
+        } catch (const RunStopped&) {
+            summary.cancelled = true;
+            break;
         } catch (const std::exception& error) {
             const QString text = asset.displayName() + ": " + describeError(error);
             summary.errors.append(text);
@@ -245,11 +253,13 @@ BackupSummary BackupEngine::run(const BackupOptions& options, const std::functio
         forget(asset.uuid);
     }
     // Downloads begun for assets a cancelled run did not reach are thrown away.
+    const uint64_t streamed = m_queue->bytesStreamed();
     m_ahead.clear();
     m_pendingListings.clear();
     m_queue.reset();
     // A cancelled run reports nothing done, whatever it finished.
-    send(BackupEvent::makeProgress({summary.cancelled ? 0 : total, total, QString(), summary.bytesCopied}));
+    send(BackupEvent::makeProgress(
+        {summary.cancelled ? 0 : total, total, QString(), summary.bytesCopied, 0, 0, streamed}));
 
     if (!options.dryRun)
         removeTemporaryFolder(tmp);
@@ -317,7 +327,19 @@ void BackupEngine::backUpComponent(const LibraryAsset& asset, const SourceCompon
     OwnFile download(fetched.destination);
     DownloadResult content;
     try {
-        content = m_queue->takeDownload(fetched.ticket);
+        // While the file streams, the listener hears how far it has come, and a stop abandons it.
+        const auto downloaded = m_queue->takeDownload(fetched.ticket, [&](const SourceQueue::Progress& progress) {
+            BackupProgress now = m_current;
+            now.bytesCopied = summary.bytesCopied;
+            now.fileBytesDone = progress.done;
+            now.fileBytesTotal = progress.total;
+            now.bytesDone = m_queue->bytesStreamed();
+            onEvent(BackupEvent::makeProgress(now));
+            return !stopRequested();
+        });
+        if (!downloaded)
+            throw RunStopped{};
+        content = *downloaded;
     } catch (const MediaSourceError& error) {
         if (error.kind() != MediaSourceError::Kind::notFound || part.component == Component::original)
             throw;
@@ -327,6 +349,9 @@ void BackupEngine::backUpComponent(const LibraryAsset& asset, const SourceCompon
 
     const auto date = asset.captureDate();
     for (qsizetype k = 0; k < pending.size(); ++k) {
+        // Each folder's copy is whole and recorded; a stop between them leaves the rest to the next run.
+        if (k > 0 && stopRequested())
+            throw RunStopped{};
         const BackupNode& leaf = pending[k];
         const QString& dest = leaf.relativePath;
 
@@ -753,6 +778,8 @@ QString BackupEngine::stem(const LibraryAsset& asset, const QString& dest)
     m_manifest.reserveStem(asset.uuid, dest, candidate);
     return candidate;
 }
+
+bool BackupEngine::stopRequested() const { return m_isCancelled && m_isCancelled(); }
 
 std::optional<QString> BackupEngine::setDates(const QString& file, const QDateTime& date)
 {

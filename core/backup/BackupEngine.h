@@ -117,6 +117,7 @@ private:
     void insertRow(const LibraryAsset& asset, const QString& dest, const SourceComponent& part,
                    const QString& relativePath, const DownloadResult& content, Manifest::Status status);
     std::optional<QString> applyDates(const QString& file, const QDateTime& date);
+    bool stopRequested() const;
 
     MediaSource& m_source;
     const BackupPlan& m_plan;
@@ -127,6 +128,8 @@ private:
     QHash<QString, QSet<QString>> m_destStems;
     std::optional<QHash<QString, QSet<QString>>> m_knownFilesByDirectory;
     std::unique_ptr<SourceQueue> m_queue;                  // during a run
+    std::function<bool()> m_isCancelled;                   // during a run
+    BackupProgress m_current;                              // the progress sent before the current asset
     QHash<QString, SourceQueue::Ticket> m_pendingListings; // listings asked for ahead, by folder
     QHash<QString, Lookahead> m_ahead;                     // by asset UUID
     // The files the manifest records in the run's folders, by asset UUID, read at the start and

@@ -16,12 +16,19 @@ struct BackupOptions {
     QHash<QString, QSet<QString>> onlyAssets;
 };
 
-// A snapshot sent before each asset and once at the end of a run.
+// A snapshot sent before each asset, while a file of it streams from the device (a few times a
+// second), and once at the end of a run.
 struct BackupProgress {
     int64_t assetsDone = 0;
     int64_t assetsTotal = 0;
     QString currentName;
     uint64_t bytesCopied = 0;
+    // The file of the current asset that is streaming from the device: bytes so far and its size
+    // (both 0 between files).
+    uint64_t fileBytesDone = 0;
+    uint64_t fileBytesTotal = 0;
+    // Bytes of the run streamed from the device so far, the files fetched ahead included.
+    uint64_t bytesDone = 0;
 };
 
 // What the engine hands to its listener: a progress snapshot or a line of the run log.

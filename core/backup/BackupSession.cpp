@@ -74,7 +74,10 @@ const PhotoLibrary& BackupSession::readLibrary()
 
 void BackupSession::useLibrary(PhotoLibrary library) { m_library = std::move(library); }
 
-BackupPlan BackupSession::plan(const ExistingBackup& existing) const { return BackupPlan(m_library, existing.albumPaths); }
+BackupPlan BackupSession::plan(const ExistingBackup& existing) const
+{
+    return BackupPlan(m_library, existing.albumPaths);
+}
 
 CompletenessReport BackupSession::checkCompleteness(const BackupPlan& plan) const
 {

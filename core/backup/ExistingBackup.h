@@ -9,9 +9,9 @@ struct BackupNode;
 // What a backup folder already holds, as its manifest records it, read without writing anything:
 // the folder names earlier runs gave the albums (kept by the next plan) and what each folder holds.
 struct ExistingBackup {
-    QHash<QString, QString> albumPaths;      // album UUID → folder path
-    int fileCount = 0;                       // files recorded in the manifest
-    QHash<QString, QSet<QString>> backedUp;  // folder path → UUIDs of the assets recorded there
+    QHash<QString, QString> albumPaths;     // album UUID → folder path
+    int fileCount = 0;                      // files recorded in the manifest
+    QHash<QString, QSet<QString>> backedUp; // folder path → UUIDs of the assets recorded there
 
     // Nothing when the folder has no manifest or it cannot be read: that counts as no backup yet.
     static ExistingBackup read(const QString& root);

@@ -60,11 +60,30 @@ SourceQueue::Ticket SourceQueue::add(Job job)
     return ticket;
 }
 
-DownloadResult SourceQueue::takeDownload(Ticket ticket) { return take(ticket).result; }
+std::optional<DownloadResult> SourceQueue::takeDownload(Ticket ticket, const WhileWaiting& whileWaiting)
+{
+    std::optional<Job> job = take(ticket, whileWaiting);
+    if (!job)
+        return std::nullopt;
+    return job->result;
+}
 
-QStringList SourceQueue::takeListing(Ticket ticket) { return take(ticket).names; }
+QStringList SourceQueue::takeListing(Ticket ticket) { return take(ticket, {})->names; }
 
-SourceQueue::Job SourceQueue::take(Ticket ticket)
+uint64_t SourceQueue::bytesStreamed() const
+{
+    std::lock_guard lock(m_mutex);
+    return m_streamed + (m_running ? m_running->progress.done : 0);
+}
+
+void SourceQueue::reportProgress(uint64_t done, uint64_t total)
+{
+    std::lock_guard lock(m_mutex);
+    if (m_running)
+        m_running->progress = {done, total};
+}
+
+std::optional<SourceQueue::Job> SourceQueue::take(Ticket ticket, const WhileWaiting& whileWaiting)
 {
     std::unique_lock lock(m_mutex);
     auto it = m_jobs.find(ticket);
@@ -74,7 +93,19 @@ SourceQueue::Job SourceQueue::take(Ticket ticket)
         it->second.wanted = true;
         m_changed.notify_all();
     }
-    m_changed.wait(lock, [&] { return it->second.state == State::done; });
+    while (!m_changed.wait_for(lock, waitStep, [&] { return it->second.state == State::done; })) {
+        if (!whileWaiting)
+            continue;
+        const Progress progress = it->second.progress;
+        lock.unlock();
+        const bool goOn = whileWaiting(progress);
+        lock.lock();
+        if (!goOn) {
+            lock.unlock();
+            drop(ticket);
+            return std::nullopt;
+        }
+    }
     Job job = std::move(it->second);
     m_jobs.erase(it);
     if (job.isDownload) {
@@ -149,7 +180,10 @@ void SourceQueue::work()
         const QString path = job.path;
         const QString destination = job.destination;
         m_runningStop = std::stop_source();
-        const std::stop_token stop = m_runningStop.get_token();
+        m_running = &job;
+        DownloadControl control;
+        control.stop = m_runningStop.get_token();
+        control.onProgress = [this](uint64_t done, uint64_t total) { reportProgress(done, total); };
         lock.unlock();
 
         DownloadResult result;
@@ -157,7 +191,7 @@ void SourceQueue::work()
         std::exception_ptr failure;
         try {
             if (isDownload)
-                result = m_source.download(path, destination, stop);
+                result = m_source.download(path, destination, control);
             else
                 names = m_source.listDirectory(path);
         } catch (...) {
@@ -165,6 +199,9 @@ void SourceQueue::work()
         }
 
         lock.lock();
+        m_running = nullptr;
+        if (isDownload)
+            m_streamed += job.progress.done;
         // Jobs are only erased by others while they are not running, so `job` is still there.
         if (job.dropped) {
             if (isDownload)

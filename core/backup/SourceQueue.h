@@ -5,11 +5,14 @@
 #include <QString>
 #include <QStringList>
 
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <exception>
+#include <functional>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <stop_token>
 #include <thread>
 
@@ -37,13 +40,25 @@ public:
     // Queues the listing of the device folder `path`.
     Ticket list(const QString& path);
 
+    // How far a download has come: its bytes so far and the file's size on the device.
+    struct Progress {
+        uint64_t done = 0;
+        uint64_t total = 0;
+    };
+    // Called while a caller waits, about every `waitStep`; returning false gives the job up.
+    using WhileWaiting = std::function<bool(const Progress& progress)>;
+    static constexpr std::chrono::milliseconds waitStep{200};
+
     // Wait until that job has ended and return its result, or throw what it threw. A downloaded
-    // file then belongs to the caller. Each ticket can be taken once.
-    DownloadResult takeDownload(Ticket ticket);
+    // file then belongs to the caller. Each ticket can be taken once. When `whileWaiting` gives the
+    // download up, it is dropped (stopped and its file removed) and nothing is returned.
+    std::optional<DownloadResult> takeDownload(Ticket ticket, const WhileWaiting& whileWaiting = {});
     QStringList takeListing(Ticket ticket);
     // The job is no longer wanted: skipped if it has not begun, stopped if it is under way; a
     // download's file is removed.
     void drop(Ticket ticket);
+    // Bytes of every download of this queue so far, those under way included.
+    uint64_t bytesStreamed() const;
 
 private:
     enum class State { waiting, running, done };
@@ -54,13 +69,16 @@ private:
         State state = State::waiting;
         bool dropped = false;
         bool wanted = false; // someone waits for it
+        Progress progress;   // downloads only
         DownloadResult result;
         QStringList names;
         std::exception_ptr failure;
     };
 
     Ticket add(Job job);
-    Job take(Ticket ticket);
+    // Nothing when `whileWaiting` gave the job up.
+    std::optional<Job> take(Ticket ticket, const WhileWaiting& whileWaiting);
+    void reportProgress(uint64_t done, uint64_t total);
     std::map<Ticket, Job>::iterator nextJob();
     void work();
     void stopRunning(Job& job);
@@ -68,12 +86,14 @@ private:
     MediaSource& m_source;
     const int m_maxReady;
     int m_ready = 0; // finished downloads not yet taken or dropped
-    std::mutex m_mutex;
+    mutable std::mutex m_mutex;
     std::condition_variable m_changed;
     std::map<Ticket, Job> m_jobs;
     Ticket m_next = 1;
     bool m_stopping = false;
     std::stop_source m_runningStop; // of the job under way
+    Job* m_running = nullptr;       // the job under way, while it runs
+    uint64_t m_streamed = 0;        // bytes of finished downloads
 
     std::thread m_thread;
 };

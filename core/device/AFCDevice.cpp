@@ -5,6 +5,7 @@
 #include "StreamingHasher.h"
 
 #include <QFile>
+#include <QLocale>
 #include <QLoggingCategory>
 
 #include <libimobiledevice/afc.h>
@@ -53,14 +54,21 @@ struct DictionaryFree {
 // Closes an open AFC file when the transfer ends, however it ends.
 class OpenFile {
 public:
-    OpenFile(afc_client_t client, uint64_t handle) : m_client(client), m_handle(handle) {}
-    ~OpenFile() { afc_file_close(m_client, m_handle); }
+    OpenFile(afc_client_t client, uint64_t handle, std::mutex& lock) : m_client(client), m_handle(handle), m_lock(lock)
+    {
+    }
+    ~OpenFile()
+    {
+        std::lock_guard lock(m_lock);
+        afc_file_close(m_client, m_handle);
+    }
     OpenFile(const OpenFile&) = delete;
     OpenFile& operator=(const OpenFile&) = delete;
 
 private:
     afc_client_t m_client;
     uint64_t m_handle;
+    std::mutex& m_lock;
 };
 
 std::optional<QString> stringValue(lockdownd_client_t client, const char* key)
@@ -109,7 +117,28 @@ void AFCDevice::DeviceFree::operator()(idevice_private* device) const { idevice_
 
 void AFCDevice::AfcFree::operator()(afc_client_private* client) const { afc_client_free(client); }
 
-QString AFCDevice::afcError(int code) { return "afc error " + QString::number(code); }
+QString AFCDevice::afcError(int code)
+{
+    // libimobiledevice 1.3 has no text for its AFC errors; these are the ones people meet.
+    const QString number = " (AFC error " + QString::number(code) + ")";
+    switch (code) {
+    case AFC_E_SUCCESS:
+        return "the device answered without an answer" + number;
+    case AFC_E_READ_ERROR:
+        return "the device could not read it" + number;
+    case AFC_E_OBJECT_IS_DIR:
+        return "it is a folder where a file was expected" + number;
+    case AFC_E_PERM_DENIED:
+        return "the device does not allow reading this path" + number;
+    case AFC_E_OP_TIMEOUT:
+        return "the device did not answer in time" + number;
+    case AFC_E_SERVICE_NOT_CONNECTED:
+    case AFC_E_MUX_ERROR:
+        return "the connection to the device was lost" + number;
+    default:
+        return "the device reported a problem" + number;
+    }
+}
 
 DeviceInfo AFCDevice::readInfo(const QString& udid, lockdownd_client_t client)
 {
@@ -223,39 +252,84 @@ QStringList AFCDevice::listDirectory(const QString& path)
     return names;
 }
 
-void AFCDevice::readChunks(const QString& path, const ChunkHandler& body)
+std::optional<DeviceFileInfo> AFCDevice::fileInfo(const QString& path)
 {
     std::lock_guard lock(m_lock);
-    uint64_t handle = 0;
-    const afc_error_t opened = afc_file_open(m_afc.get(), path.toUtf8().constData(), AFC_FOPEN_RDONLY, &handle);
-    if (opened == AFC_E_OBJECT_NOT_FOUND)
-        throw MediaSourceError::notFound(path);
-    if (opened != AFC_E_SUCCESS)
-        throw MediaSourceError::readFailed(path, "open failed, " + afcError(opened));
-    const OpenFile file(m_afc.get(), handle);
-    // One buffer for the whole file, however large: memory stays flat for multi-gigabyte videos.
-    const auto buffer = std::make_unique_for_overwrite<char[]>(kTransferChunkSize);
-    for (;;) {
-        uint32_t bytesRead = 0;
-        const afc_error_t result =
-            afc_file_read(m_afc.get(), handle, buffer.get(), uint32_t(kTransferChunkSize), &bytesRead);
-        if (result != AFC_E_SUCCESS)
-            throw MediaSourceError::readFailed(path, "read failed, " + afcError(result));
-        if (bytesRead == 0)
-            return;
-        body(buffer.get(), bytesRead);
-    }
+    return fileInfoLocked(path);
 }
 
-DownloadResult AFCDevice::download(const QString& path, const QString& destination, std::stop_token stop)
+std::optional<DeviceFileInfo> AFCDevice::fileInfoLocked(const QString& path)
+{
+    char** raw = nullptr;
+    const afc_error_t result = afc_get_file_info(m_afc.get(), path.toUtf8().constData(), &raw);
+    const std::unique_ptr<char*, DictionaryFree> list(raw);
+    if (result == AFC_E_OBJECT_NOT_FOUND)
+        return std::nullopt;
+    if (result != AFC_E_SUCCESS || !list)
+        throw MediaSourceError::readFailed(path, afcError(result));
+    DeviceFileInfo info;
+    for (char** entry = list.get(); entry[0] && entry[1]; entry += 2) {
+        const QByteArray key(entry[0]);
+        if (key == "st_size")
+            info.size = QByteArray(entry[1]).toULongLong();
+        else if (key == "st_mtime")
+            info.modifiedNs = QByteArray(entry[1]).toLongLong();
+        else if (key == "st_ifmt")
+            info.isDirectory = QByteArray(entry[1]) == "S_IFDIR";
+    }
+    return info;
+}
+
+void AFCDevice::readChunks(const QString& path, const ChunkHandler& body)
+{
+    uint64_t handle = 0;
+    uint64_t size = 0;
+    {
+        std::lock_guard lock(m_lock);
+        // The size comes first: a read the device cuts short looks like the end of the file.
+        const auto info = fileInfoLocked(path);
+        if (!info)
+            throw MediaSourceError::notFound(path);
+        size = info->size;
+        const afc_error_t opened = afc_file_open(m_afc.get(), path.toUtf8().constData(), AFC_FOPEN_RDONLY, &handle);
+        if (opened == AFC_E_OBJECT_NOT_FOUND)
+            throw MediaSourceError::notFound(path);
+        if (opened != AFC_E_SUCCESS)
+            throw MediaSourceError::readFailed(path, afcError(opened));
+    }
+    const OpenFile file(m_afc.get(), handle, m_lock);
+    // One buffer for the whole file, however large: memory stays flat for multi-gigabyte videos.
+    const auto buffer = std::make_unique_for_overwrite<char[]>(kTransferChunkSize);
+    uint64_t received = 0;
+    for (;;) {
+        uint32_t bytesRead = 0;
+        afc_error_t result = AFC_E_SUCCESS;
+        {
+            std::lock_guard lock(m_lock);
+            result = afc_file_read(m_afc.get(), handle, buffer.get(), uint32_t(kTransferChunkSize), &bytesRead);
+        }
+        if (result != AFC_E_SUCCESS)
+            throw MediaSourceError::readFailed(path, afcError(result));
+        if (bytesRead == 0)
+            break;
+        received += bytesRead;
+        body(buffer.get(), bytesRead, size);
+    }
+    if (received != size)
+        throw MediaSourceError::readFailed(
+            path, QStringLiteral("the device sent %1 of its %2 bytes")
+                      .arg(QLocale::c().toString(qulonglong(received)), QLocale::c().toString(qulonglong(size))));
+}
+
+DownloadResult AFCDevice::download(const QString& path, const QString& destination, const DownloadControl& control)
 {
     // An existing file is replaced by an empty one; the caller writes to a temporary name.
     QFile file(destination);
     if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate | QIODevice::Unbuffered))
         throw MediaSourceError::readFailed(path, "cannot create " + destination);
     StreamingHasher hasher;
-    readChunks(path, [&](const char* data, size_t length) {
-        if (stop.stop_requested())
+    readChunks(path, [&](const char* data, size_t length, uint64_t size) {
+        if (control.stop.stop_requested())
             throw MediaSourceError::readFailed(path, "the download was stopped");
         hasher.update(data, length);
         // A write cut short (a full disk) reports no error until the rest is written again.
@@ -265,6 +339,8 @@ DownloadResult AFCDevice::download(const QString& path, const QString& destinati
                 throw DescribedError("Could not write " + destination + ": " + file.errorString());
             done += written;
         }
+        if (control.onProgress)
+            control.onProgress(hasher.bytesFed(), size);
     });
     return hasher.finish();
 }
@@ -272,6 +348,6 @@ DownloadResult AFCDevice::download(const QString& path, const QString& destinati
 QByteArray AFCDevice::readFile(const QString& path)
 {
     QByteArray content;
-    readChunks(path, [&](const char* data, size_t length) { content.append(data, qsizetype(length)); });
+    readChunks(path, [&](const char* data, size_t length, uint64_t) { content.append(data, qsizetype(length)); });
     return content;
 }

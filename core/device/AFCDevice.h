@@ -20,9 +20,9 @@ struct afc_client_private;
 struct lockdownd_client_private;
 
 // A connection to one iPhone or iPad over USB: its description, read once at connection time,
-// and its media file service (AFC). Every AFC call sequence (a listing, a whole download) holds
-// the device's lock from its first AFC call to its last, because one AFC client must not be
-// used by two threads at once; callers on other threads simply wait their turn.
+// and its media file service (AFC). One AFC client must not be used by two threads at once, so
+// every AFC request holds the device's lock; a download takes it for each chunk rather than for
+// the whole file, so that a thumbnail read on another thread waits one chunk, not a whole video.
 class AFCDevice : public MediaSource {
 public:
     // Every device attached by USB, in the order usbmuxd lists them, one record per udid. A device
@@ -41,13 +41,18 @@ public:
 
     // Throw MediaSourceError (download also the local file system's error, as std::runtime_error).
     QStringList listDirectory(const QString& path) override;
-    DownloadResult download(const QString& path, const QString& destination, std::stop_token stop = {}) override;
+    DownloadResult download(const QString& path, const QString& destination,
+                            const DownloadControl& control = {}) override;
     QByteArray readFile(const QString& path) override;
+    std::optional<DeviceFileInfo> fileInfo(const QString& path) override;
 
 private:
-    using ChunkHandler = std::function<void(const char* data, size_t length)>;
-    // Streams a device file through one 1 MiB buffer, handing each chunk to `body`, under the lock.
+    // A chunk and the file's size on the device.
+    using ChunkHandler = std::function<void(const char* data, size_t length, uint64_t size)>;
+    // Streams a device file through one 1 MiB buffer, handing each chunk to `body`, and fails
+    // unless exactly the file's size arrived.
     void readChunks(const QString& path, const ChunkHandler& body);
+    std::optional<DeviceFileInfo> fileInfoLocked(const QString& path);
     static DeviceInfo readInfo(const QString& udid, lockdownd_client_private* client);
     static QString afcError(int code);
 

@@ -161,6 +161,7 @@ TEST(DeviceCommands, LsAndPullReportErrorsWithExitCode3)
     const QString broken = dir.filePath("broken.mov");
     const CliRun failed = CliRun::of({"pull", "/DCIM/100APPLE/IMG_0003.MOV", broken});
     EXPECT_EQ(failed.code, 3);
-    EXPECT_EQ(failed.err, "Could not read /DCIM/100APPLE/IMG_0003.MOV from device: read failed, afc error 4\n");
+    EXPECT_EQ(failed.err,
+              "Could not read /DCIM/100APPLE/IMG_0003.MOV from device: the device could not read it (AFC error 4)\n");
     EXPECT_FALSE(QFileInfo::exists(broken));
 }

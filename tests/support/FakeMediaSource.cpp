@@ -58,7 +58,8 @@ QStringList FakeMediaSource::listDirectory(const QString& path)
     return sorted;
 }
 
-DownloadResult FakeMediaSource::download(const QString& path, const QString& destination, std::stop_token)
+DownloadResult FakeMediaSource::download(const QString& path, const QString& destination,
+                                         const DownloadControl& control)
 {
     checkFailure(path);
     if (!m_files.contains(path))
@@ -72,7 +73,19 @@ DownloadResult FakeMediaSource::download(const QString& path, const QString& des
         throw std::runtime_error(file.errorString().toStdString());
     StreamingHasher hasher;
     hasher.update(content.constData(), size_t(content.size()));
+    if (control.onProgress)
+        control.onProgress(uint64_t(content.size()), uint64_t(content.size()));
     return hasher.finish();
+}
+
+std::optional<DeviceFileInfo> FakeMediaSource::fileInfo(const QString& path)
+{
+    checkFailure(path);
+    if (m_files.contains(path))
+        return DeviceFileInfo{uint64_t(m_files.value(path).size()), 0, false};
+    if (m_directories.contains(path))
+        return DeviceFileInfo{0, 0, true};
+    return std::nullopt;
 }
 
 QByteArray FakeMediaSource::readFile(const QString& path)

@@ -20,8 +20,10 @@ public:
     void failPath(const QString& path, const QString& message) { m_failures.insert(path, message); }
 
     QStringList listDirectory(const QString& path) override;
-    DownloadResult download(const QString& path, const QString& destination, std::stop_token stop = {}) override;
+    DownloadResult download(const QString& path, const QString& destination,
+                            const DownloadControl& control = {}) override;
     QByteArray readFile(const QString& path) override;
+    std::optional<DeviceFileInfo> fileInfo(const QString& path) override;
 
     int downloadCount(const QString& path) const { return m_downloads.value(path); }
     int totalDownloads() const;

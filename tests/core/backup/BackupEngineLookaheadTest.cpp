@@ -139,7 +139,8 @@ TEST(BackupEngineLookahead, CancellingStopsTheDownloadRunningAhead)
     // The video takes ten seconds unless it is stopped.
     std::atomic<bool> videoBegun = false;
     std::atomic<bool> videoStopped = false;
-    phone.source.whileDownloading = [&](const QString& path, std::stop_token stop) {
+    phone.source.whileDownloading = [&](const QString& path, const DownloadControl& control) {
+        const std::stop_token& stop = control.stop;
         if (path != kDir + "IMG_0002.MOV")
             return;
         videoBegun = true;

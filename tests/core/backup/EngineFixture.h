@@ -37,7 +37,7 @@ inline void PrintTo(const SourceComponent& part, std::ostream* out)
 class ScriptedSource : public FakeMediaSource {
 public:
     std::function<void(const QString& path, const QString& destination, int count)> beforeDownload;
-    std::function<void(const QString& path, std::stop_token stop)> whileDownloading;
+    std::function<void(const QString& path, const DownloadControl& control)> whileDownloading;
     QSet<QString> vanished;
     QHash<QString, int> listings;
     int downloads = 0;
@@ -47,16 +47,17 @@ public:
         listings[path] += 1;
         return FakeMediaSource::listDirectory(path);
     }
-    DownloadResult download(const QString& path, const QString& destination, std::stop_token stop = {}) override
+    DownloadResult download(const QString& path, const QString& destination,
+                            const DownloadControl& control = {}) override
     {
         ++downloads;
         if (beforeDownload)
             beforeDownload(path, destination, downloads);
         if (vanished.contains(path))
             throw MediaSourceError::notFound(path);
-        const DownloadResult result = FakeMediaSource::download(path, destination, stop);
+        const DownloadResult result = FakeMediaSource::download(path, destination, control);
         if (whileDownloading)
-            whileDownloading(path, stop);
+            whileDownloading(path, control);
         return result;
     }
 };

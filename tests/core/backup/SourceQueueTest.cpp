@@ -40,7 +40,7 @@ TEST(SourceQueue, DownloadsInTheOrderAddedAndLeavesNoUnwantedFile)
 
         EXPECT_EQ(queue.takeDownload(a), (DownloadResult{hashOf("aaa"), 3}));
         EXPECT_EQ(readFile(dir.filePath("a")), "aaa");
-        EXPECT_EQ(queue.takeDownload(c).sha256, hashOf("ccc"));
+        EXPECT_EQ(queue.takeDownload(c)->sha256, hashOf("ccc"));
         EXPECT_FALSE(QFileInfo::exists(dir.filePath("b"))); // dropped: not fetched, or removed once fetched
         try {
             queue.takeDownload(missing);
@@ -70,7 +70,7 @@ TEST(SourceQueue, ADownloadWaitedForStartsEvenWhenFinishedOnesAreWaiting)
     // "a" fills the one place for finished downloads, yet "c" is fetched when asked for, and
     // listings never wait for room.
     EXPECT_EQ(queue.takeListing(queue.list("/")).size(), 3);
-    EXPECT_EQ(queue.takeDownload(c).sha256, hashOf("ccc"));
-    EXPECT_EQ(queue.takeDownload(a).sha256, hashOf("aaa"));
-    EXPECT_EQ(queue.takeDownload(b).sha256, hashOf("bbb"));
+    EXPECT_EQ(queue.takeDownload(c)->sha256, hashOf("ccc"));
+    EXPECT_EQ(queue.takeDownload(a)->sha256, hashOf("aaa"));
+    EXPECT_EQ(queue.takeDownload(b)->sha256, hashOf("bbb"));
 }

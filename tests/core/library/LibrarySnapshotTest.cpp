@@ -29,7 +29,8 @@ public:
     }
     int calls(const QString& path) const { return m_calls.value(path); }
 
-    DownloadResult download(const QString& path, const QString& destination, std::stop_token stop = {}) override
+    DownloadResult download(const QString& path, const QString& destination,
+                            const DownloadControl& control = {}) override
     {
         const int call = ++m_calls[path];
         if (const auto error = m_errors.constFind({path, call}); error != m_errors.cend())
@@ -38,7 +39,7 @@ public:
             writeFile(destination, *content);
             return sha256OfFile(destination);
         }
-        return FakeMediaSource::download(path, destination, stop);
+        return FakeMediaSource::download(path, destination, control);
     }
 
 private:
