@@ -366,7 +366,8 @@ void AppModel::startBackup(bool allFolders)
 
 void AppModel::perform(bool dryRun)
 {
-    if (!m_runs->run() || !m_plan || !source() || !m_destination)
+    // Demo mode shows runs but copies nothing.
+    if (!m_runs->run() || !m_plan || !source() || !m_destination || m_isDemo)
         return;
     m_runs->perform(dryRun, {m_connection->session(), m_plan->plan(), *m_destination});
 }

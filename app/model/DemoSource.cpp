@@ -69,10 +69,12 @@ uint32_t DemoSource::fnv1a(const QByteArray& bytes)
 
 QStringList DemoSource::listDirectory(const QString&) { return {}; }
 
-DownloadResult DemoSource::download(const QString& path, const QString&, std::stop_token)
+DownloadResult DemoSource::download(const QString& path, const QString&, const DownloadControl&)
 {
     throw MediaSourceError::notFound(path);
 }
+
+std::optional<DeviceFileInfo> DemoSource::fileInfo(const QString&) { return std::nullopt; }
 
 QByteArray DemoSource::readFile(const QString& path)
 {

@@ -17,7 +17,10 @@ public:
 
     QStringList listDirectory(const QString& path) override;
     // Always fails: demo mode has no files to copy.
-    DownloadResult download(const QString& path, const QString& destination, std::stop_token stop = {}) override;
+    DownloadResult download(const QString& path, const QString& destination,
+                            const DownloadControl& control = {}) override;
     // A 240 × 240 JPEG, the same for the same path.
     QByteArray readFile(const QString& path) override;
+    // Nothing: there are no files, only pictures made on request.
+    std::optional<DeviceFileInfo> fileInfo(const QString& path) override;
 };

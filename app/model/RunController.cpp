@@ -28,8 +28,12 @@ void RunController::show(std::optional<Run> run)
 
 void RunController::perform(bool dryRun, const Engine& engine)
 {
-    if (!m_run)
+    // The dry run counts while the run is prepared, the real run starts once it is confirmed: a
+    // second click starts nothing.
+    const RunPhase::Kind expected = dryRun ? RunPhase::Kind::preparing : RunPhase::Kind::ready;
+    if (!m_run || m_run->phase.kind != expected || m_engineRun == m_run->id)
         return;
+    m_engineRun = m_run->id;
     m_flag = std::make_shared<CancelFlag>();
     emit cancelFlagChanged();
     if (!dryRun) {
@@ -80,6 +84,8 @@ void RunController::applyUpdate(const QUuid& runID, const RunUpdate& update)
 void RunController::finish(const QUuid& runID, bool dryRun, const Outcome& outcome)
 {
     --m_engines;
+    if (m_engineRun == runID)
+        m_engineRun = QUuid();
     if (m_run && m_run->id == runID) {
         if (!outcome.summary) {
             m_run->log << outcome.error;

@@ -69,4 +69,5 @@ private:
     std::shared_ptr<CancelFlag> m_flag = std::make_shared<CancelFlag>();
     QList<std::function<void()>> m_stopHandlers;
     int m_engines = 0;
+    QUuid m_engineRun; // the run whose engine is working
 };

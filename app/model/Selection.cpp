@@ -143,20 +143,15 @@ void Selection::togglePhoto(const QString& uuid, const QString& leafID)
     saveTicks();
 }
 
-void Selection::chooseAllPhotos(const QString& leafID)
-{
-    Changes changes;
-    applyChoice(leafID, std::nullopt, changes);
-    applyTick(leafID, true, changes);
-    announce(changes);
-    saveTicks();
-}
+void Selection::chooseAllPhotos(const QString& leafID) { takeWhole(leafID, true); }
 
-void Selection::chooseNoPhotos(const QString& leafID)
+void Selection::chooseNoPhotos(const QString& leafID) { takeWhole(leafID, false); }
+
+void Selection::takeWhole(const QString& leafID, bool on)
 {
     Changes changes;
     applyChoice(leafID, std::nullopt, changes);
-    applyTick(leafID, false, changes);
+    applyTick(leafID, on, changes);
     announce(changes);
     saveTicks();
 }

@@ -73,6 +73,8 @@ private:
         bool hidden = false;
     };
 
+    // Removes the leaf's choice and ticks or unticks it.
+    void takeWhole(const QString& leafID, bool on);
     void applyTick(const QString& leafID, bool on, Changes& changes);
     void applyChoice(const QString& leafID, const std::optional<PhotoChoice>& choice, Changes& changes);
     void announce(const Changes& changes);

@@ -133,10 +133,7 @@ TEST(AppModelDevices, PhoneUnpluggedDuringARunIsLetGoAfterIt)
     ModelSetup setup;
     ASSERT_TRUE(setup.connected());
     ASSERT_TRUE(setup.slowLink());
-    setup.app->startBackup(true);
-    ASSERT_TRUE(setup.reaches(RunPhase::Kind::ready));
-    setup.app->perform(false);
-    ASSERT_TRUE(setup.copying());
+    ASSERT_TRUE(setup.startCopying());
 
     std::optional<LibraryState> whenFinished;
     QObject::connect(setup.app.get(), &AppModel::runChanged, [&] {

@@ -70,10 +70,7 @@ TEST(AppModelRun, StopKeepsWhatWasCopiedAndTheNextRunCompletes)
     ASSERT_TRUE(setup.connected());
     ASSERT_TRUE(setup.slowLink());
     AppModel& model = *setup.app;
-    model.startBackup(true);
-    ASSERT_TRUE(setup.reaches(RunPhase::Kind::ready));
-    model.perform(false);
-    ASSERT_TRUE(setup.copying());
+    ASSERT_TRUE(setup.startCopying());
     model.cancelBackup();
     EXPECT_TRUE(model.cancelFlag()->isCancelled());
     ASSERT_TRUE(setup.reaches(RunPhase::Kind::finished));
@@ -107,10 +104,7 @@ TEST(AppModelRun, QuittingDuringARunWaitsForTheEngine)
     EXPECT_TRUE(platform.alerts.isEmpty());
     EXPECT_FALSE(model.run());
 
-    model.startBackup(true);
-    ASSERT_TRUE(setup.reaches(RunPhase::Kind::ready));
-    model.perform(false);
-    ASSERT_TRUE(setup.copying());
+    ASSERT_TRUE(setup.startCopying());
     model.quit();
     ASSERT_EQ(platform.alerts.size(), 1);
     EXPECT_EQ(platform.alerts[0].message, "A backup is in progress");

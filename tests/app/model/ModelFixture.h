@@ -112,25 +112,18 @@ struct ModelSetup {
                                                "--albums", "2", "--seed", QString::number(seed), "--name", name});
         if (made.exitCode != 0)
             throw std::runtime_error(made.describe().toStdString());
-        return deviceJson(folder).value("udid").toString();
+        return QJsonDocument::fromJson(readFile(at(folder) + "/device.json")).object().value("udid").toString();
     }
-    QString at(const QString& folder) const
-    {
-        return QDir(devices).exists(folder) ? devices + "/" + folder : parked + "/" + folder;
-    }
+    QString at(const QString& folder) const { return (QDir(devices).exists(folder) ? devices : parked) + "/" + folder; }
     void plug(const QString& folder) { QDir().rename(parked + "/" + folder, devices + "/" + folder); }
     void unplug(const QString& folder) { QDir().rename(devices + "/" + folder, parked + "/" + folder); }
     void serve() { simulator = std::make_unique<DeviceSimulator>(DeviceSimulator::devicesDir, devices); }
-    QJsonObject deviceJson(const QString& folder) const
-    {
-        return QJsonDocument::fromJson(readFile(at(folder) + "/device.json")).object();
-    }
     // Replaces a phone's faults; the simulator applies them from its next listing.
     void setFaults(const QString& folder, const QJsonObject& faults) const
     {
-        QJsonObject device = deviceJson(folder);
-        device.insert("faults", faults);
         const QString path = at(folder) + "/device.json";
+        QJsonObject device = QJsonDocument::fromJson(readFile(path)).object();
+        device.insert("faults", faults);
         writeFile(path + ".new", QJsonDocument(device).toJson());
         // Renamed over the old one, so the simulator never reads half a file.
         if (std::rename(QFile::encodeName(path + ".new").constData(), QFile::encodeName(path).constData()) != 0)
@@ -163,10 +156,14 @@ struct ModelSetup {
     {
         return waitFor([&] { return app->run() && phase() == kind; }, 60000);
     }
-    bool copying()
+    // Starts a backup of everything and waits until the real run has copied something.
+    bool startCopying()
     {
-        return waitFor(
-            [&] { return phase() == RunPhase::Kind::running && app->run()->phase.progress.progress.assetsDone > 0; });
+        app->startBackup(true);
+        if (!reaches(RunPhase::Kind::ready))
+            return false;
+        app->perform(false);
+        return waitFor([&] { return app->run()->phase.progress.progress.assetsDone > 0; });
     }
     // The dry run, then the real run, to its end.
     bool backUp()

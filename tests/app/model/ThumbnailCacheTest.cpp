@@ -12,40 +12,38 @@
 
 namespace {
 
-// A device whose thumbnails are read one at a time as the test lets them through.
+// A device whose files are read one at a time as the test lets them through.
 class GatedSource : public MediaSource {
 public:
     QMap<QString, QByteArray> files;
     QSemaphore gate{1000};
+    QMutex mutex;
+    QStringList reads;
+    bool readOnGuiThread = false;
 
-    QStringList reads() const
-    {
-        QMutexLocker lock(&m_mutex);
-        return m_reads;
-    }
-    QStringList listDirectory(const QString&) override { return {}; }
-    DownloadResult download(const QString& path, const QString&, std::stop_token) override
-    {
-        throw MediaSourceError::notFound(path);
-    }
     QByteArray readFile(const QString& path) override
     {
         {
-            QMutexLocker lock(&m_mutex);
-            m_reads << path;
-            m_onGuiThread = m_onGuiThread || QThread::currentThread() == qApp->thread();
+            QMutexLocker lock(&mutex);
+            reads << path;
+            readOnGuiThread = readOnGuiThread || QThread::currentThread() == qApp->thread();
         }
         gate.acquire();
         if (!files.contains(path))
             throw MediaSourceError::notFound(path);
         return files.value(path);
     }
-    bool readOnGuiThread() const { return m_onGuiThread; }
-
-private:
-    mutable QMutex m_mutex;
-    QStringList m_reads;
-    bool m_onGuiThread = false;
+    QString lastRead()
+    {
+        QMutexLocker lock(&mutex);
+        return reads.value(reads.size() - 1);
+    }
+    QStringList listDirectory(const QString&) override { return {}; }
+    DownloadResult download(const QString& path, const QString&, const DownloadControl&) override
+    {
+        throw MediaSourceError::notFound(path);
+    }
+    std::optional<DeviceFileInfo> fileInfo(const QString&) override { return std::nullopt; }
 };
 
 LibraryAsset asset(const QString& name)
@@ -77,12 +75,16 @@ QByteArray jpeg(int side)
 
 // Thumbnails are read and decoded off the GUI thread and announced there; the smaller size stands
 // in for a missing one; what cannot be had is remembered and not asked for again until cleared.
-TEST(ThumbnailCache, ReadsOnWorkersAndRemembersWhatIsMissing)
+// Waiting requests go highest priority first, the newest first among equals (the grid asks for the
+// visible tiles first), and one dropped (scrolled away) is never read.
+TEST(ThumbnailCache, ReadsOnWorkersByPriorityAndRemembersWhatIsMissing)
 {
     auto source = std::make_shared<GatedSource>();
     source->files.insert(path("A"), jpeg(120));
     source->files.insert(path("B", "5003"), jpeg(60));
     source->files.insert(path("D"), "not a picture");
+    for (const QString name : {"b1", "b2", "b3", "b4", "b5"})
+        source->files.insert(path(name), jpeg(8));
     ThumbnailCache cache;
     cache.setSource(source);
     QStringList arrived, missing;
@@ -97,31 +99,24 @@ TEST(ThumbnailCache, ReadsOnWorkersAndRemembersWhatIsMissing)
     EXPECT_EQ(missing, (QStringList{"C", "D"}));
     EXPECT_EQ(cache.image("A").size(), QSize(120, 120));
     EXPECT_EQ(cache.image("B").size(), QSize(60, 60));
-    EXPECT_FALSE(source->readOnGuiThread());
-
-    const qsizetype reads = source->reads().size();
+    EXPECT_FALSE(source->readOnGuiThread);
+    const qsizetype reads = source->reads.size();
     cache.request(asset("C"));
     cache.request(asset("A"));
     EXPECT_EQ(cache.pendingCount(), 0);
-    EXPECT_EQ(source->reads().size(), reads);
-    cache.clear();
-    EXPECT_FALSE(cache.isMissing("C"));
-    EXPECT_TRUE(cache.image("A").isNull());
-}
+    EXPECT_EQ(source->reads.size(), reads);
 
-// The grid asks for the visible tiles first and drops those that scrolled away: waiting requests
-// go highest priority first, the newest first among equals, and a dropped one is never read.
-TEST(ThumbnailCache, VisibleTilesFirstAndScrolledAwayDropped)
-{
-    auto source = std::make_shared<GatedSource>();
-    source->gate.acquire(1000);
-    for (const QString name : {"a1", "a2", "b1", "b2", "b3", "b4", "b5"})
-        source->files.insert(path(name), jpeg(8));
-    ThumbnailCache cache;
-    cache.setSource(source);
-    cache.request(asset("a1"));
-    cache.request(asset("a2"));
-    ASSERT_TRUE(waitFor([&] { return source->reads().size() == 2; }));
+    source->gate.acquire(source->gate.available()); // closed
+    cache.clear();
+    EXPECT_FALSE(cache.isMissing("D"));
+    EXPECT_TRUE(cache.image("A").isNull());
+    cache.request(asset("A"));
+    cache.request(asset("D"));
+    const auto readCount = [&] {
+        QMutexLocker lock(&source->mutex);
+        return source->reads.size();
+    };
+    ASSERT_TRUE(waitFor([&] { return readCount() == reads + 2; })); // both workers busy
     cache.request(asset("b1"));
     cache.request(asset("b2"));
     cache.request(asset("b3"), 5);
@@ -129,16 +124,11 @@ TEST(ThumbnailCache, VisibleTilesFirstAndScrolledAwayDropped)
     cache.request(asset("b5"));
     cache.drop("b2");
     cache.request(asset("b1"), 9);
-    const auto next = [&](const QString& name) {
+    for (const QString name : {"b1", "b3", "b5", "b4"}) {
         source->gate.release();
-        return waitFor([&] { return source->reads().size() > 2 && source->reads().last() == path(name); }, 5000);
-    };
-    EXPECT_TRUE(next("b1"));
-    EXPECT_TRUE(next("b3"));
-    EXPECT_TRUE(next("b5"));
-    EXPECT_TRUE(next("b4"));
+        EXPECT_TRUE(waitFor([&] { return source->lastRead() == path(name); }, 5000)) << name.toStdString();
+    }
     source->gate.release(100);
     ASSERT_TRUE(waitFor([&] { return cache.pendingCount() == 0; }));
-    EXPECT_FALSE(source->reads().contains(path("b2")));
-    EXPECT_FALSE(cache.image("b5").isNull());
+    EXPECT_FALSE(source->reads.contains(path("b2")));
 }

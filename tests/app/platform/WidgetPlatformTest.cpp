@@ -3,7 +3,6 @@
 #include "TempDir.h"
 
 #include <QApplication>
-#include <QDialogButtonBox>
 #include <QFileDialog>
 #include <QLabel>
 #include <QMessageBox>
@@ -12,33 +11,21 @@
 
 #include <gtest/gtest.h>
 
-#include <functional>
-
-namespace {
-
-// Runs `act` on the modal dialog of type D once it is open.
-template <typename D>
-void whenOpen(const std::function<void(D&)>& act)
-{
-    QTimer::singleShot(0, [act] {
-        auto* dialog = qobject_cast<D*>(QApplication::activeModalWidget());
-        ASSERT_NE(dialog, nullptr);
-        act(*dialog);
-    });
-}
-
-} // namespace
-
-// The folder chooser shows the title, the message and the button it is given, opens in the folder
-// it is given, and returns the folder chosen or nothing when cancelled.
-TEST(WidgetPlatform, FolderChooserShowsItsTextsAndReturnsTheChoice)
+// The folder chooser shows its title, message and button, opens in the folder given and returns the
+// folder chosen, or nothing when cancelled; the alert shows its texts with the first button as the
+// default and tells the buttons apart by the one clicked (closing it is the first one's answer).
+TEST(WidgetPlatform, DialogsShowTheirTextsAndReturnTheChoice)
 {
     TempDir dir;
     WidgetPlatform platform;
-    const Platform::FolderRequest request{"Choose Backup Folder", "Photos will be copied into this folder.",
-                                          "Use This Folder", dir.path()};
+    const auto onDialog = [](const std::function<void(QDialog&)>& act) {
+        QTimer::singleShot(0, [act] { act(*qobject_cast<QDialog*>(QApplication::activeModalWidget())); });
+    };
+    const Platform::FolderRequest folder{"Choose Backup Folder", "Photos will be copied here.", "Use This Folder",
+                                         dir.path()};
     bool sheet = false;
-    whenOpen<QFileDialog>([&](QFileDialog& dialog) {
+    onDialog([&](QDialog& widget) {
+        auto& dialog = dynamic_cast<QFileDialog&>(widget);
         sheet = platform.sheetAttached();
         EXPECT_EQ(dialog.windowTitle(), "Choose Backup Folder");
         EXPECT_EQ(dialog.labelText(QFileDialog::Accept), "Use This Folder");
@@ -46,39 +33,32 @@ TEST(WidgetPlatform, FolderChooserShowsItsTextsAndReturnsTheChoice)
         QStringList labels;
         for (const QLabel* label : dialog.findChildren<QLabel*>())
             labels << label->text();
-        EXPECT_TRUE(labels.contains("Photos will be copied into this folder.")) << labels.join(" | ").toStdString();
+        EXPECT_TRUE(labels.contains("Photos will be copied here.")) << labels.join(" | ").toStdString();
         dialog.selectFile(dir.path());
         QMetaObject::invokeMethod(&dialog, "accept");
     });
-    EXPECT_EQ(platform.chooseFolder(request), dir.path());
+    EXPECT_EQ(platform.chooseFolder(folder), dir.path());
     EXPECT_TRUE(sheet);
     EXPECT_FALSE(platform.sheetAttached());
+    onDialog([](QDialog& dialog) { dialog.reject(); });
+    EXPECT_EQ(platform.chooseFolder(folder), std::nullopt);
 
-    whenOpen<QFileDialog>([](QFileDialog& dialog) { dialog.reject(); });
-    EXPECT_EQ(platform.chooseFolder(request), std::nullopt);
-}
-
-// The alert shows its texts with the first button as the default, and tells the buttons apart by
-// the one clicked; closing it is the first button's answer.
-TEST(WidgetPlatform, AlertTellsItsButtonsApart)
-{
-    WidgetPlatform platform;
-    const Platform::AlertRequest request{"A backup is in progress", "Stop the backup and quit?", "Keep Backing Up",
-                                         "Stop and Quit"};
+    const Platform::AlertRequest alert{"A backup is in progress", "Stop it?", "Keep Backing Up", "Stop and Quit"};
     const auto click = [](const QString& text) {
-        return [text](QMessageBox& box) {
+        return [text](QDialog& widget) {
+            auto& box = dynamic_cast<QMessageBox&>(widget);
             EXPECT_EQ(box.text(), "A backup is in progress");
-            EXPECT_EQ(box.informativeText(), "Stop the backup and quit?");
+            EXPECT_EQ(box.informativeText(), "Stop it?");
             EXPECT_EQ(box.defaultButton()->text(), "Keep Backing Up");
             for (QAbstractButton* button : box.buttons())
                 if (button->text() == text)
                     button->click();
         };
     };
-    whenOpen<QMessageBox>(click("Stop and Quit"));
-    EXPECT_EQ(platform.ask(request), Platform::AlertButton::second);
-    whenOpen<QMessageBox>(click("Keep Backing Up"));
-    EXPECT_EQ(platform.ask(request), Platform::AlertButton::first);
-    whenOpen<QMessageBox>([](QMessageBox& box) { box.reject(); });
-    EXPECT_EQ(platform.ask(request), Platform::AlertButton::first);
+    onDialog(click("Stop and Quit"));
+    EXPECT_EQ(platform.ask(alert), Platform::AlertButton::second);
+    onDialog(click("Keep Backing Up"));
+    EXPECT_EQ(platform.ask(alert), Platform::AlertButton::first);
+    onDialog([](QDialog& box) { box.reject(); });
+    EXPECT_EQ(platform.ask(alert), Platform::AlertButton::first);
 }
