@@ -3,7 +3,7 @@ BUILD_DIR ?= build
 JOBS ?= $(shell nproc)
 CMAKE_FLAGS ?= -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo
 
-.PHONY: all deps configure build test demo bench install clean format check-format
+.PHONY: all deps configure build test demo bench install package check-package clean format check-format
 
 all: build
 
@@ -29,6 +29,13 @@ bench: build
 
 install: build
 	cmake --install $(BUILD_DIR)
+
+# The Debian package, build/ombrelo_<version>-1_<arch>.deb, and its check.
+package: build
+	cmake --build $(BUILD_DIR) --target package
+
+check-package: package
+	@bash scripts/check-package.sh $(BUILD_DIR)
 
 clean:
 	rm -rf $(BUILD_DIR)

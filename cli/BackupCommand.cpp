@@ -77,7 +77,7 @@ int BackupRun::finish(int code)
 {
     m_status.clear();
     if (!m_options.reportPath.isEmpty())
-        if (auto problem = m_report.write(m_options.reportPath, code))
+        if (auto problem = m_report.write(m_options.reportPath, m_options.dest, code))
             m_context.err << *problem << "\n";
     m_context.out.flush();
     m_context.err.flush();
@@ -193,6 +193,8 @@ int BackupRun::execute()
             m_context.out << line << "\n";
         if (summary.cancelled)
             return finish(InterruptHandler::exitCode);
+        if (summary.deviceStopped)
+            return finish(ExitCode::failed);
         return finish(summary.errors.isEmpty() ? ExitCode::ok : ExitCode::runHadErrors);
     } catch (const std::exception& error) {
         return fail(describeError(error));
@@ -222,7 +224,7 @@ void BackupCommand::configure(QCommandLineParser& parser) const
     parser.addOption({"dry-run", "Only show what would be copied."});
     parser.addOption({"yes", "Do not ask before copying."});
     parser.addOption({"quiet", "Print only errors, warnings and the summary."});
-    parser.addOption({"report", "Write a JSON report of the run to FILE.", "FILE"});
+    parser.addOption({"report", "Write a JSON report of the run to FILE (outside the backup folder).", "FILE"});
     parser.addOption({"wait", "Wait until a device is connected and unlocked, then back it up."});
 }
 
@@ -239,13 +241,11 @@ int BackupCommand::run(const QCommandLineParser& parser, CommandContext& context
     if (options.all && !options.folders.isEmpty())
         return usageError(context, "Use either --all or --folder, not both.");
 
-    const QFileInfo dest(positional.first());
-    if (!dest.isDir()) {
-        context.err << QString::fromUtf8("The backup folder \u201c%1\u201d doesn't exist. Is the drive connected?\n")
-                           .arg(positional.first());
+    if (auto problem = backupFolderProblem(positional.first())) {
+        context.err << *problem << "\n";
         return ExitCode::failed;
     }
-    options.dest = dest.absoluteFilePath();
+    options.dest = QFileInfo(positional.first()).absoluteFilePath();
     if (parser.isSet("udid"))
         options.udid = parser.value("udid");
     options.includeHidden = parser.isSet("include-hidden");
@@ -254,8 +254,13 @@ int BackupCommand::run(const QCommandLineParser& parser, CommandContext& context
     options.quiet = parser.isSet("quiet");
     options.wait = parser.isSet("wait");
     options.reportPath = parser.value("report");
-    if (!options.reportPath.isEmpty())
+    if (!options.reportPath.isEmpty()) {
         options.reportPath = QFileInfo(options.reportPath).absoluteFilePath();
+        if (auto refused = RunReport::refusal(options.reportPath, options.dest)) {
+            context.err << *refused << "\n";
+            return ExitCode::usage;
+        }
+    }
 
     BackupRun run(options, context);
     return run.execute();

@@ -11,7 +11,8 @@ void DeviceLibrary::open(BackupSession& session, const std::optional<QString>& u
     if (const Compatibility::Status compatibility = session.compatibility(); !compatibility.isTested())
         say("WARNING " + compatibility.message(), true);
     say("Reading the Photos database...", false);
-    session.readLibrary();
+    for (const QString& problem : session.readLibrary().problems)
+        say("WARNING " + problem, true);
 }
 
 void DeviceLibrary::open(BackupSession& session, const std::optional<QString>& udid, QTextStream& status)

@@ -1,6 +1,7 @@
 #include "LibraryCommand.h"
 
 #include "DescribedError.h"
+#include "PhotosDatabaseFile.h"
 #include "backup/BackupSession.h"
 #include "library/LibrarySnapshot.h"
 #include "library/PhotoLibrary.h"
@@ -11,7 +12,6 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QTemporaryDir>
 
 #include <algorithm>
 #include <stdexcept>
@@ -73,7 +73,8 @@ QByteArray libraryJson(const PhotoLibrary& library)
     const QJsonObject root{{"assets", assets},
                            {"albums", albums},
                            {"membership", membership},
-                           {"schemaNotes", QJsonArray::fromStringList(library.schemaNotes)}};
+                           {"schemaNotes", QJsonArray::fromStringList(library.schemaNotes)},
+                           {"problems", QJsonArray::fromStringList(library.problems)}};
     return QJsonDocument(root).toJson(QJsonDocument::Indented);
 }
 
@@ -99,6 +100,8 @@ void printCounts(const PhotoLibrary& library, QTextStream& out)
     out << "Schema notes:\n";
     for (const QString& note : library.schemaNotes)
         out << "  " << note << "\n";
+    for (const QString& problem : library.problems)
+        out << "WARNING " << problem << "\n";
 }
 
 } // namespace
@@ -116,29 +119,6 @@ void LibraryCommand::configure(QCommandLineParser& parser) const
                       "default the first connected device).",
                       "UDID"});
     parser.addOption({"json", "Print the whole library (assets, albums, membership, schema notes) as JSON."});
-}
-
-PhotoLibrary LibraryCommand::readFile(const QString& path) const
-{
-    if (!QFileInfo(path).isFile())
-        throw std::runtime_error(QString("There is no database file at \u201c%1\u201d.").arg(path).toStdString());
-    // SQLite folds the log into the file it opens for writing: work on a copy so the user's
-    // file stays exactly as it was.
-    QTemporaryDir scratch;
-    if (!scratch.isValid())
-        throw std::runtime_error("Could not create a temporary folder for the database copy.");
-    for (const QString& suffix : {QString(), QStringLiteral("-wal"), QStringLiteral("-shm")}) {
-        QFile source(path + suffix);
-        if (!source.exists() && !suffix.isEmpty())
-            continue;
-        const QString copy = scratch.filePath("Photos.sqlite" + suffix);
-        if (!source.copy(copy))
-            throw std::runtime_error(QString("Could not copy \u201c%1\u201d: %2")
-                                         .arg(source.fileName(), source.errorString())
-                                         .toStdString());
-        QFile::setPermissions(copy, QFile::ReadOwner | QFile::WriteOwner);
-    }
-    return PhotoLibrary::load(scratch.filePath("Photos.sqlite"));
 }
 
 PhotoLibrary LibraryCommand::readDevice(const std::optional<QString>& udid, CommandContext& context) const
@@ -161,7 +141,7 @@ int LibraryCommand::run(const QCommandLineParser& parser, CommandContext& contex
     PhotoLibrary library;
     try {
         if (parser.isSet("db"))
-            library = readFile(parser.value("db"));
+            library = PhotosDatabaseFile::read(parser.value("db"));
         else
             library = readDevice(parser.isSet("udid") ? std::optional(parser.value("udid")) : std::nullopt, context);
     } catch (const std::exception& error) {

@@ -14,6 +14,5 @@ public:
     int run(const QCommandLineParser& parser, CommandContext& context) override;
 
 private:
-    PhotoLibrary readFile(const QString& path) const;
     PhotoLibrary readDevice(const std::optional<QString>& udid, CommandContext& context) const;
 };

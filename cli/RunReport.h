@@ -31,8 +31,13 @@ public:
     }
     void setFailure(const QString& failure) { m_failure = failure; }
 
-    // Writes the report; returns an error text when the file cannot be written.
-    std::optional<QString> write(const QString& path, int exitCode) const;
+    // Writes the report under a temporary name beside `path`, then renames it into place (a link at
+    // `path` is replaced, never followed). Returns an error text when it cannot be written, or when
+    // `path` lies inside `backupFolder`.
+    std::optional<QString> write(const QString& path, const QString& backupFolder, int exitCode) const;
+    // Why a report cannot go to `path`: links and ".." resolved, it lies inside `backupFolder`,
+    // where it could replace a photo or the manifest. Nothing when it lies outside.
+    static std::optional<QString> refusal(const QString& path, const QString& backupFolder);
 
 private:
     QJsonObject m_options;

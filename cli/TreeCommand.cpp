@@ -2,6 +2,7 @@
 
 #include "DeviceLibrary.h"
 #include "ErrorText.h"
+#include "PhotosDatabaseFile.h"
 #include "backup/ExistingBackup.h"
 #include "demo/DemoLibrary.h"
 #include "plan/BackupPlan.h"
@@ -58,7 +59,10 @@ void TreeCommand::configure(QCommandLineParser& parser) const
                                      "\nReads the connected device (or a Photos database file, or the demo "
                                      "library) and prints\nthe backup tree, then the items left out and why.");
     parser.addOption({"udid", "Read the device with this UDID (default: the first one).", "U"});
-    parser.addOption({"db", "Read this Photos database file instead of a device.", "FILE"});
+    parser.addOption({"db",
+                      "Read this Photos database file (with its -wal and -shm beside it) instead of a device. "
+                      "The file is read from a temporary copy and left as it is.",
+                      "FILE"});
     parser.addOption({"demo", "Show the built-in demo library."});
     parser.addOption({"dest", "Also count what is already backed up in this backup folder.", "DIR"});
     parser.addOption({"json", "Print the tree as JSON."});
@@ -79,7 +83,7 @@ int TreeCommand::run(const QCommandLineParser& parser, CommandContext& context)
         if (parser.isSet("demo")) {
             library = DemoLibrary::make();
         } else if (parser.isSet("db")) {
-            library = PhotoLibrary::load(QFileInfo(parser.value("db")).absoluteFilePath());
+            library = PhotosDatabaseFile::read(parser.value("db"));
         } else {
             std::optional<QString> udid;
             if (parser.isSet("udid"))
@@ -92,10 +96,8 @@ int TreeCommand::run(const QCommandLineParser& parser, CommandContext& context)
         std::optional<ExistingBackup> backedUp;
         if (parser.isSet("dest")) {
             const QString dest = parser.value("dest");
-            if (!QFileInfo(dest).isDir()) {
-                context.err << QString::fromUtf8(
-                                   "The backup folder \u201c%1\u201d doesn't exist. Is the drive connected?\n")
-                                   .arg(dest);
+            if (auto problem = backupFolderProblem(dest)) {
+                context.err << *problem << "\n";
                 return ExitCode::failed;
             }
             // Read only: looking at a backup never changes its manifest.

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Installs every Debian package that building, testing and running Ombrelo needs.
+# Installs every Debian package that building, testing, packaging and running Ombrelo needs.
 # Safe to run again: packages already present are left alone.
 set -euo pipefail
 
@@ -9,7 +9,8 @@ PACKAGES=(
   libimobiledevice-dev libusbmuxd-dev libplist-dev
   libsqlite3-dev sqlite3 libssl-dev
   libgtest-dev libgmock-dev libbenchmark-dev
-  usbmuxd libimobiledevice-utils ifuse tree
+  usbmuxd libimobiledevice-utils ifuse tree openssl
+  dpkg-dev desktop-file-utils appstream systemd debootstrap
 )
 
 missing=()

@@ -31,6 +31,25 @@ QString freshName() { return QUuid::createUuid().toString(QUuid::WithoutBraces);
 // Thrown inside an asset when a stop is asked for in the middle of it; the run ends there.
 struct RunStopped {};
 
+const QString kDeviceStopped = QStringLiteral("The device stopped responding. Check the cable, unlock it, and run the "
+                                              "backup again: it carries on where it stopped.");
+// After this many items in a row fail because the connection to the device failed, it is gone.
+constexpr int kLinkFailuresToGiveUp = 3;
+
+// Whether an item's failure means the device is gone: it stopped answering, or the link to it
+// failed for the last few items in a row (counted in `linkFailures`).
+bool deviceIsGone(const std::exception& error, int& linkFailures)
+{
+    const auto* media = dynamic_cast<const MediaSourceError*>(&error);
+    if (media && media->kind() == MediaSourceError::Kind::deviceStopped)
+        return true;
+    if (!media || media->kind() != MediaSourceError::Kind::linkLost) {
+        linkFailures = 0;
+        return false;
+    }
+    return ++linkFailures >= kLinkFailuresToGiveUp;
+}
+
 // Whether a name beside an asset's file could be one of its files: a live video or a sidecar
 // (an extension as FileNaming::split cuts it, any case).
 bool isSiblingKind(const QString& name)
@@ -221,6 +240,7 @@ BackupSummary BackupEngine::run(const BackupOptions& options, const std::functio
         m_pendingListings.clear();
         m_queue.reset();
     });
+    int linkFailures = 0; // assets failed in a row because the connection to the device failed
     int64_t lookedAt = 0; // assets before this index have been looked at ahead of their turn
     int64_t listedAt = 0; // and their folders listed ahead
     for (int64_t i = 0; i < total; ++i) {
@@ -242,10 +262,18 @@ BackupSummary BackupEngine::run(const BackupOptions& options, const std::functio
                 lookAhead(*next, leavesOf(lookedAt), tmp);
         try {
             backUp(asset, leavesOf(i), tmp, options.dryRun, summary, send);
+            linkFailures = 0;
         } catch (const RunStopped&) {
             summary.cancelled = true;
             break;
         } catch (const std::exception& error) {
+            if (deviceIsGone(error, linkFailures)) {
+                // One line for the run rather than one failure per remaining item.
+                summary.errors.append(kDeviceStopped);
+                summary.deviceStopped = true;
+                send(BackupEvent::makeError(kDeviceStopped));
+                break;
+            }
             const QString text = asset.displayName() + ": " + describeError(error);
             summary.errors.append(text);
             send(BackupEvent::makeError(text, asset.uuid));

@@ -1,7 +1,10 @@
 #include "BackupFolderLock.h"
 
+#include "BackupFolderError.h"
+
 #include <QDateTime>
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
 #include <QSysInfo>
 #include <QThread>
@@ -9,6 +12,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <sys/statvfs.h>
 
 namespace {
 
@@ -18,6 +22,16 @@ QString busyText(qint64 pid)
 }
 
 constexpr qint64 kWriteMs = 1000;
+
+// Qt's guard for taking over a lock file: the lock file's name with this added.
+const QString kGuardSuffix = QStringLiteral(".rmlock");
+
+// Whether the disk of `root` has no room left, for a block or for a new file.
+bool isFull(const QString& root)
+{
+    struct statvfs disk;
+    return ::statvfs(QFile::encodeName(root).constData(), &disk) == 0 && (disk.f_bavail == 0 || disk.f_favail == 0);
+}
 
 // Whether the lock file at `path` was left behind by a run that is gone: one whose process no longer
 // runs on this machine, or one still without its details a second after it was made (a run writes
@@ -49,7 +63,7 @@ bool isLeftBehind(const QString& path)
 // then trusts it for half a minute. Both are cleared here, under the same guard as Qt's.
 bool takeOverLeftLock(QLockFile& lock, const QString& path)
 {
-    const QString guardPath = path + ".rmlock";
+    const QString guardPath = path + kGuardSuffix;
     for (int attempt = 0; attempt < 3; ++attempt) {
         if (!isLeftBehind(path))
             return lock.tryLock(0);
@@ -75,6 +89,9 @@ BackupFolderBusy::BackupFolderBusy(qint64 pid) : DescribedError(busyText(pid)), 
 BackupFolderLock::BackupFolderLock(const QString& root)
     : m_lock(std::make_unique<QLockFile>(QDir(root).filePath(fileName)))
 {
+    // Qt would follow a link there, or keep reading a folder as a lock someone holds.
+    BackupFolderError::requirePlainFile(QDir(root).filePath(fileName));
+    BackupFolderError::requirePlainFile(QDir(root).filePath(fileName) + kGuardSuffix);
     // A run can last hours: only a dead owner makes a lock stale, never its age.
     m_lock->setStaleLockTime(0);
     if (m_lock->tryLock(0))
@@ -87,6 +104,10 @@ BackupFolderLock::BackupFolderLock(const QString& root)
         m_lock->getLockInfo(&pid, &host, &app);
         throw BackupFolderBusy(pid);
     }
+    // Qt made the file but could not write its process id into it (a read-only disk is a permission
+    // error, even one that shows no free space).
+    if (m_lock->error() == QLockFile::UnknownError && isFull(root))
+        throw BackupFolderError::diskFull(root);
     throw DescribedError(
         QString::fromUtf8("The backup folder \u201c%1\u201d cannot be locked for this run. Check that it is writable.")
             .arg(QDir::toNativeSeparators(root)));

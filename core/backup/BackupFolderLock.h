@@ -26,8 +26,9 @@ class BackupFolderLock {
 public:
     static inline const QString fileName = QStringLiteral(".ombrelo-lock");
 
-    // Takes the lock at once or throws BackupFolderBusy (or std::runtime_error when the folder
-    // cannot hold a lock file at all).
+    // Takes the lock at once or throws BackupFolderBusy. Throws BackupFolderError when the lock file
+    // or its guard is a link or not a plain file, or when the disk is full, and std::runtime_error
+    // when the folder cannot hold a lock file for another reason.
     explicit BackupFolderLock(const QString& root);
     ~BackupFolderLock();
     BackupFolderLock(const BackupFolderLock&) = delete;

@@ -78,6 +78,8 @@ struct BackupSummary {
     QStringList errors;
     bool cancelled = false;
     bool isDryRun = false;
+    // The run ended early because the device stopped answering (its line is among the errors).
+    bool deviceStopped = false;
 
     // The summary shown to the user after a run; always at least two lines.
     QStringList lines() const;

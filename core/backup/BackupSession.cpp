@@ -1,6 +1,7 @@
 #include "BackupSession.h"
 
 #include "BackupEngine.h"
+#include "BackupFolderError.h"
 #include "BackupFolderLock.h"
 #include "DescribedError.h"
 #include "Manifest.h"
@@ -11,7 +12,6 @@
 #include "plan/BackupPlan.h"
 
 #include <QDir>
-#include <QFileInfo>
 #include <QTemporaryDir>
 
 namespace {
@@ -42,12 +42,7 @@ std::unique_ptr<Manifest> openCheckedManifest(const QString& folder, Manifest::A
     }
 }
 
-void requireFolder(const QString& root)
-{
-    if (!QFileInfo(root).isDir())
-        throw DescribedError(
-            QString::fromUtf8("The backup folder \u201c%1\u201d doesn't exist. Is the drive connected?").arg(root));
-}
+void requireFolder(const QString& root) { BackupFolderError::requireFolder(root); }
 
 } // namespace
 
@@ -68,7 +63,10 @@ Compatibility::Status BackupSession::compatibility() const { return Compatibilit
 
 const PhotoLibrary& BackupSession::readLibrary()
 {
-    m_library = LibrarySnapshot::fetch(*m_source, LibrarySnapshot::cacheFolder(m_device.udid), kFetchAttempts);
+    LibrarySnapshot::Reading reading =
+        LibrarySnapshot::read(*m_source, LibrarySnapshot::cacheFolder(m_device.udid), kFetchAttempts);
+    m_library = std::move(reading.library);
+    m_reusedCopy = reading.reusedCopy;
     return m_library;
 }
 

@@ -43,8 +43,12 @@ public:
     Compatibility::Status compatibility() const;
 
     // Copies the device's Photos database into the device's cache folder, checks the copy and
-    // reads it. Throws MediaSourceError, SQLiteError, PhotoLibraryError or DescribedError.
+    // reads it; the copy made at an earlier connection is read again when the device's database
+    // files have not changed since. Throws MediaSourceError, SQLiteError, PhotoLibraryError or
+    // DescribedError.
     const PhotoLibrary& readLibrary();
+    // Whether readLibrary() used the copy already in the cache.
+    bool reusedCachedLibrary() const { return m_reusedCopy; }
     // A library read elsewhere (demo mode, a database file).
     void useLibrary(PhotoLibrary library);
     const PhotoLibrary& library() const { return m_library; }
@@ -74,4 +78,5 @@ private:
     DeviceInfo m_device;
     std::shared_ptr<MediaSource> m_source;
     PhotoLibrary m_library;
+    bool m_reusedCopy = false;
 };

@@ -14,6 +14,7 @@ struct ExistingBackup {
     QHash<QString, QSet<QString>> backedUp; // folder path → UUIDs of the assets recorded there
 
     // Nothing when the folder has no manifest or it cannot be read: that counts as no backup yet.
+    // Throws BackupFolderError when the manifest or its journal is a link or not a plain file.
     static ExistingBackup read(const QString& root);
 
     // How many of the node's assets are recorded in the folders of its leaves.

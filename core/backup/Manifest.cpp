@@ -1,5 +1,7 @@
 #include "Manifest.h"
 
+#include "BackupFolderError.h"
+
 #include <QDir>
 #include <QFileInfo>
 #include <QTimeZone>
@@ -49,7 +51,18 @@ QStringList foreignTables(const QString& path)
 
 } // namespace
 
-bool Manifest::exists(const QString& root) { return QFileInfo::exists(QDir(root).filePath(fileName)); }
+bool Manifest::exists(const QString& root)
+{
+    const QFileInfo file(QDir(root).filePath(fileName));
+    return file.exists() || file.isSymLink();
+}
+
+void Manifest::requirePlainFiles(const QString& root)
+{
+    const QString path = QDir(root).filePath(fileName);
+    BackupFolderError::requirePlainFile(path);
+    BackupFolderError::requirePlainFile(path + journalSuffix);
+}
 
 QString Manifest::rawValue(Status status)
 {
@@ -66,6 +79,7 @@ QString Manifest::rawValue(Status status)
 
 Manifest::Manifest(const QString& root, Access access)
 {
+    requirePlainFiles(root);
     const QString path = QDir(root).filePath(fileName);
     if (const QStringList tables = foreignTables(path); !tables.isEmpty())
         throw SQLiteError(path + ": the database of another program (tables " + tables.join(", ") +
@@ -73,7 +87,7 @@ Manifest::Manifest(const QString& root, Access access)
     if (access == Access::readOnly) {
         // A journal left by a run that was killed mid-write must be rolled back before the file can
         // be read at all, which a read-only connection cannot do; that is the only write made then.
-        const bool journalLeft = QFileInfo::exists(path + "-journal");
+        const bool journalLeft = QFileInfo::exists(path + journalSuffix);
         m_db = std::make_unique<SQLiteDB>(path, !journalLeft, false);
         return;
     }

@@ -20,13 +20,19 @@ public:
     enum class Access { readWrite, readOnly };
 
     static inline const QString fileName = QStringLiteral(".ombrelo-manifest.sqlite");
+    // SQLite's rollback journal beside it: the manifest's name with this added.
+    static inline const QString journalSuffix = QStringLiteral("-journal");
 
+    // Whether anything (a link included) is at the manifest's name in `root`.
     static bool exists(const QString& root);
+    // Throws BackupFolderError when the manifest or its journal in `root` is a link, a folder, a
+    // pipe or anything else but a plain file, before either is opened.
+    static void requirePlainFiles(const QString& root);
     static QString rawValue(Status status);
 
     // Opens the manifest of `root`, creating it when missing (read-only: it must exist). Throws
     // SQLiteError, without writing anything, when the file is not a database or is the database of
-    // another program.
+    // another program, and BackupFolderError when it or its journal is not a plain file.
     explicit Manifest(const QString& root, Access access = Access::readWrite);
 
     std::optional<QString> path(const QString& hash, const QString& dest);

@@ -11,30 +11,27 @@
 
 #include <stdexcept>
 
-namespace {
+using Row = BackupVerifier::RecordedFile;
 
-struct Row {
-    QString relPath;
-    QString sha256;
-    int64_t size = 0;
-    QString status;
-};
-
-std::vector<Row> readRows(const QString& root)
+std::vector<Row> BackupVerifier::recordedFiles(const QString& root)
 {
     const QString path = QDir(root).filePath(Manifest::fileName);
-    if (!QFileInfo::exists(path))
+    if (!Manifest::exists(root))
         throw std::runtime_error(QString::fromUtf8("There is no Ombrelo backup in \u201c%1\u201d: it has no %2 file.")
                                      .arg(QDir::toNativeSeparators(root), Manifest::fileName)
                                      .toStdString());
+    // A pipe would hang the read, a link would lead it elsewhere.
+    Manifest::requirePlainFiles(root);
+    const QString journal = path + Manifest::journalSuffix;
     // A run killed in the middle of recording a file leaves the manifest's rollback journal
     // behind, and SQLite must roll it back before the manifest can be read. That is a write, so it
     // happens on a private copy: the backup folder itself is only ever read.
     QTemporaryDir copy;
     QString readable = path;
-    if (QFileInfo(path + "-journal").size() > 0) {
+    if (QFileInfo(journal).size() > 0) {
         readable = copy.filePath(Manifest::fileName);
-        if (!copy.isValid() || !QFile::copy(path, readable) || !QFile::copy(path + "-journal", readable + "-journal"))
+        if (!copy.isValid() || !QFile::copy(path, readable) ||
+            !QFile::copy(journal, readable + Manifest::journalSuffix))
             throw std::runtime_error(QString::fromUtf8("The manifest \u201c%1\u201d, left in the middle of a change, "
                                                        "could not be copied aside to be read.")
                                          .arg(QDir::toNativeSeparators(path))
@@ -42,12 +39,16 @@ std::vector<Row> readRows(const QString& root)
     }
     SQLiteDB db(readable, readable == path, false);
     std::vector<Row> rows;
-    db.query("SELECT rel_path, sha256, size, status FROM files ORDER BY rel_path", {}, [&](const SQLRow& row) {
-        rows.push_back({row.text(0).value_or(QString()), row.text(1).value_or(QString()), row.integer(2).value_or(0),
-                        row.text(3).value_or(QString())});
-    });
+    db.query("SELECT rel_path, sha256, size, status, source_path, capture_date FROM files ORDER BY rel_path", {},
+             [&](const SQLRow& row) {
+                 rows.push_back({row.text(0).value_or(QString()), row.text(1).value_or(QString()),
+                                 row.integer(2).value_or(0), row.text(3).value_or(QString()),
+                                 row.text(4).value_or(QString()), row.text(5)});
+             });
     return rows;
 }
+
+namespace {
 
 // A recorded path is only followed when it stays inside the backup folder.
 bool isInsideRoot(const QString& relPath)
@@ -61,7 +62,7 @@ bool isInsideRoot(const QString& relPath)
 
 VerificationReport BackupVerifier::run(const QString& root, const Progress& onProgress)
 {
-    const std::vector<Row> rows = readRows(root);
+    const std::vector<Row> rows = recordedFiles(root);
     const QDir dir(root);
     VerificationReport report;
     int done = 0;

@@ -4,6 +4,7 @@
 #include "MediaSourceError.h"
 #include "StreamingHasher.h"
 
+#include <QElapsedTimer>
 #include <QFile>
 #include <QLocale>
 #include <QLoggingCategory>
@@ -13,6 +14,7 @@
 #include <libimobiledevice/lockdown.h>
 #include <plist/plist.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <stdexcept>
 
@@ -51,24 +53,24 @@ struct DictionaryFree {
     void operator()(char** dictionary) const { afc_dictionary_free(dictionary); }
 };
 
-// Closes an open AFC file when the transfer ends, however it ends.
-class OpenFile {
+// How much to ask of the device at a time: as much as arrives in about half a second, up to the
+// buffer's size. A slow link then still answers every request within a second or so, so that a
+// request with no answer for long means a device that stopped, not a slow cable.
+class ReadPacer {
 public:
-    OpenFile(afc_client_t client, uint64_t handle, std::mutex& lock) : m_client(client), m_handle(handle), m_lock(lock)
+    uint32_t nextRead() const { return m_size; }
+    void start() { m_timer.start(); }
+    void finish(uint32_t bytes)
     {
+        const qint64 ms = std::max<qint64>(1, m_timer.elapsed());
+        const uint64_t fits = uint64_t(bytes) * 500 / uint64_t(ms);
+        m_size = uint32_t(std::clamp<uint64_t>(fits / kStep * kStep, kStep, kTransferChunkSize));
     }
-    ~OpenFile()
-    {
-        std::lock_guard lock(m_lock);
-        afc_file_close(m_client, m_handle);
-    }
-    OpenFile(const OpenFile&) = delete;
-    OpenFile& operator=(const OpenFile&) = delete;
 
 private:
-    afc_client_t m_client;
-    uint64_t m_handle;
-    std::mutex& m_lock;
+    static constexpr uint64_t kStep = 16 * 1024;
+    uint32_t m_size = 256 * 1024;
+    QElapsedTimer m_timer;
 };
 
 std::optional<QString> stringValue(lockdownd_client_t client, const char* key)
@@ -216,12 +218,23 @@ AFCDevice::AFCDevice(const std::optional<QString>& udid)
         throw DeviceError::lockdown(int32_t(started));
 
     afc_client_t afc = nullptr;
-    const afc_error_t made = afc_client_new(device.get(), service.get(), &afc);
-    if (made != AFC_E_SUCCESS || !afc) {
-        if (afc)
-            afc_client_free(afc);
-        throw DeviceError::afcService(afcError(made));
+    int socket = -1;
+    {
+        // The AFC connection's socket is found as the one it adds; devices open one at a time.
+        static std::mutex opening;
+        std::lock_guard lock(opening);
+        const QSet<int> before = DeviceWatchdog::openSockets();
+        const afc_error_t made = afc_client_new(device.get(), service.get(), &afc);
+        if (made != AFC_E_SUCCESS || !afc) {
+            if (afc)
+                afc_client_free(afc);
+            throw DeviceError::afcService(afcError(made));
+        }
+        socket = DeviceWatchdog::newUsbmuxSocket(before);
     }
+    if (socket < 0)
+        qCWarning(lcDevice, "The device connection was not found: a device that stops answering is not cut short");
+    m_watchdog = std::make_unique<DeviceWatchdog>(socket);
     m_device.reset(device.release());
     m_afc.reset(afc);
     // The lockdown session ends here; only the device handle and the AFC client stay open.
@@ -230,16 +243,59 @@ AFCDevice::AFCDevice(const std::optional<QString>& udid)
 
 AFCDevice::~AFCDevice() = default;
 
-QStringList AFCDevice::listDirectory(const QString& path)
+// Closes an open AFC file when the transfer ends, however it ends.
+class AFCDevice::OpenFile {
+public:
+    OpenFile(AFCDevice& device, uint64_t handle) : m_device(device), m_handle(handle) {}
+    ~OpenFile()
+    {
+        try {
+            m_device.request({}, [&](afc_client_t afc) { return int(afc_file_close(afc, m_handle)); });
+        } catch (const MediaSourceError&) {
+            // A device that stopped answering has nothing left open.
+        }
+    }
+    OpenFile(const OpenFile&) = delete;
+    OpenFile& operator=(const OpenFile&) = delete;
+
+private:
+    AFCDevice& m_device;
+    uint64_t m_handle;
+};
+
+int AFCDevice::request(const QString& path, const std::function<int(afc_client_t)>& call, std::stop_token stop)
 {
     std::lock_guard lock(m_lock);
+    if (m_watchdog->hasStalled())
+        throw MediaSourceError::deviceStopped(path);
+    int result = AFC_E_SUCCESS;
+    {
+        const DeviceWatchdog::Request watched(*m_watchdog, std::move(stop));
+        result = call(m_afc.get());
+    }
+    if (result != AFC_E_SUCCESS && m_watchdog->hasStalled())
+        throw MediaSourceError::deviceStopped(path);
+    return result;
+}
+
+MediaSourceError AFCDevice::failure(const QString& path, int code)
+{
+    if (code == AFC_E_OBJECT_NOT_FOUND)
+        return MediaSourceError::notFound(path);
+    if (code == AFC_E_MUX_ERROR || code == AFC_E_SERVICE_NOT_CONNECTED)
+        return MediaSourceError::linkLost(path, afcError(code));
+    return MediaSourceError::readFailed(path, afcError(code));
+}
+
+QStringList AFCDevice::listDirectory(const QString& path)
+{
     char** raw = nullptr;
-    const afc_error_t result = afc_read_directory(m_afc.get(), path.toUtf8().constData(), &raw);
+    const QByteArray name = path.toUtf8();
+    const int result =
+        request(path, [&](afc_client_t afc) { return int(afc_read_directory(afc, name.constData(), &raw)); });
     const std::unique_ptr<char*, DictionaryFree> list(raw);
-    if (result == AFC_E_OBJECT_NOT_FOUND)
-        throw MediaSourceError::notFound(path);
     if (result != AFC_E_SUCCESS)
-        throw MediaSourceError::readFailed(path, afcError(result));
+        throw failure(path, result);
     // Success without a list is reported as it stands rather than read as an empty folder.
     if (!list)
         throw MediaSourceError::readFailed(path, afcError(AFC_E_SUCCESS));
@@ -254,19 +310,17 @@ QStringList AFCDevice::listDirectory(const QString& path)
 
 std::optional<DeviceFileInfo> AFCDevice::fileInfo(const QString& path)
 {
-    std::lock_guard lock(m_lock);
-    return fileInfoLocked(path);
-}
-
-std::optional<DeviceFileInfo> AFCDevice::fileInfoLocked(const QString& path)
-{
     char** raw = nullptr;
-    const afc_error_t result = afc_get_file_info(m_afc.get(), path.toUtf8().constData(), &raw);
+    const QByteArray name = path.toUtf8();
+    const int result =
+        request(path, [&](afc_client_t afc) { return int(afc_get_file_info(afc, name.constData(), &raw)); });
     const std::unique_ptr<char*, DictionaryFree> list(raw);
     if (result == AFC_E_OBJECT_NOT_FOUND)
         return std::nullopt;
-    if (result != AFC_E_SUCCESS || !list)
-        throw MediaSourceError::readFailed(path, afcError(result));
+    if (result != AFC_E_SUCCESS)
+        throw failure(path, result);
+    if (!list)
+        throw MediaSourceError::readFailed(path, afcError(AFC_E_SUCCESS));
     DeviceFileInfo info;
     for (char** entry = list.get(); entry[0] && entry[1]; entry += 2) {
         const QByteArray key(entry[0]);
@@ -280,36 +334,34 @@ std::optional<DeviceFileInfo> AFCDevice::fileInfoLocked(const QString& path)
     return info;
 }
 
-void AFCDevice::readChunks(const QString& path, const ChunkHandler& body)
+void AFCDevice::readChunks(const QString& path, const ChunkHandler& body, std::stop_token stop)
 {
+    // The size comes first: a read the device cuts short looks like the end of the file.
+    const auto info = fileInfo(path);
+    if (!info)
+        throw MediaSourceError::notFound(path);
+    const uint64_t size = info->size;
     uint64_t handle = 0;
-    uint64_t size = 0;
-    {
-        std::lock_guard lock(m_lock);
-        // The size comes first: a read the device cuts short looks like the end of the file.
-        const auto info = fileInfoLocked(path);
-        if (!info)
-            throw MediaSourceError::notFound(path);
-        size = info->size;
-        const afc_error_t opened = afc_file_open(m_afc.get(), path.toUtf8().constData(), AFC_FOPEN_RDONLY, &handle);
-        if (opened == AFC_E_OBJECT_NOT_FOUND)
-            throw MediaSourceError::notFound(path);
-        if (opened != AFC_E_SUCCESS)
-            throw MediaSourceError::readFailed(path, afcError(opened));
-    }
-    const OpenFile file(m_afc.get(), handle, m_lock);
+    const QByteArray name = path.toUtf8();
+    const int opened = request(
+        path, [&](afc_client_t afc) { return int(afc_file_open(afc, name.constData(), AFC_FOPEN_RDONLY, &handle)); });
+    if (opened != AFC_E_SUCCESS)
+        throw failure(path, opened);
+    const OpenFile file(*this, handle);
     // One buffer for the whole file, however large: memory stays flat for multi-gigabyte videos.
     const auto buffer = std::make_unique_for_overwrite<char[]>(kTransferChunkSize);
+    ReadPacer pacer;
     uint64_t received = 0;
     for (;;) {
         uint32_t bytesRead = 0;
-        afc_error_t result = AFC_E_SUCCESS;
-        {
-            std::lock_guard lock(m_lock);
-            result = afc_file_read(m_afc.get(), handle, buffer.get(), uint32_t(kTransferChunkSize), &bytesRead);
-        }
+        const uint32_t asked = pacer.nextRead();
+        pacer.start();
+        const int result = request(
+            path, [&](afc_client_t afc) { return int(afc_file_read(afc, handle, buffer.get(), asked, &bytesRead)); },
+            stop);
+        pacer.finish(bytesRead);
         if (result != AFC_E_SUCCESS)
-            throw MediaSourceError::readFailed(path, afcError(result));
+            throw failure(path, result);
         if (bytesRead == 0)
             break;
         received += bytesRead;
@@ -328,20 +380,23 @@ DownloadResult AFCDevice::download(const QString& path, const QString& destinati
     if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate | QIODevice::Unbuffered))
         throw MediaSourceError::readFailed(path, "cannot create " + destination);
     StreamingHasher hasher;
-    readChunks(path, [&](const char* data, size_t length, uint64_t size) {
-        if (control.stop.stop_requested())
-            throw MediaSourceError::readFailed(path, "the download was stopped");
-        hasher.update(data, length);
-        // A write cut short (a full disk) reports no error until the rest is written again.
-        for (qint64 done = 0; done < qint64(length);) {
-            const qint64 written = file.write(data + done, qint64(length) - done);
-            if (written <= 0)
-                throw DescribedError("Could not write " + destination + ": " + file.errorString());
-            done += written;
-        }
-        if (control.onProgress)
-            control.onProgress(hasher.bytesFed(), size);
-    });
+    readChunks(
+        path,
+        [&](const char* data, size_t length, uint64_t size) {
+            if (control.stop.stop_requested())
+                throw MediaSourceError::readFailed(path, "the download was stopped");
+            hasher.update(data, length);
+            // A write cut short (a full disk) reports no error until the rest is written again.
+            for (qint64 done = 0; done < qint64(length);) {
+                const qint64 written = file.write(data + done, qint64(length) - done);
+                if (written <= 0)
+                    throw DescribedError("Could not write " + destination + ": " + file.errorString());
+                done += written;
+            }
+            if (control.onProgress)
+                control.onProgress(hasher.bytesFed(), size);
+        },
+        control.stop);
     return hasher.finish();
 }
 

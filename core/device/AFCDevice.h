@@ -1,8 +1,10 @@
 #pragma once
 
 #include "DeviceInfo.h"
+#include "DeviceWatchdog.h"
 #include "DownloadResult.h"
 #include "MediaSource.h"
+#include "MediaSourceError.h"
 
 #include <QByteArray>
 #include <QList>
@@ -51,8 +53,14 @@ private:
     using ChunkHandler = std::function<void(const char* data, size_t length, uint64_t size)>;
     // Streams a device file through one 1 MiB buffer, handing each chunk to `body`, and fails
     // unless exactly the file's size arrived.
-    void readChunks(const QString& path, const ChunkHandler& body);
-    std::optional<DeviceFileInfo> fileInfoLocked(const QString& path);
+    void readChunks(const QString& path, const ChunkHandler& body, std::stop_token stop = {});
+    // Sends one AFC request under the device's lock, watched for a device that stops answering
+    // (then MediaSourceError::deviceStopped); returns the request's result.
+    int request(const QString& path, const std::function<int(afc_client_private* afc)>& call,
+                std::stop_token stop = {});
+    // The error a failed request means.
+    static MediaSourceError failure(const QString& path, int code);
+    class OpenFile;
     static DeviceInfo readInfo(const QString& udid, lockdownd_client_private* client);
     static QString afcError(int code);
 
@@ -68,4 +76,5 @@ private:
     std::unique_ptr<afc_client_private, AfcFree> m_afc;
     DeviceInfo m_info;
     std::mutex m_lock;
+    std::unique_ptr<DeviceWatchdog> m_watchdog;
 };

@@ -5,6 +5,8 @@ QString describe(MediaSourceError::Kind kind, const QString& path, const QString
 {
     if (kind == MediaSourceError::Kind::notFound)
         return "Not found on device: " + path;
+    if (kind == MediaSourceError::Kind::deviceStopped)
+        return QStringLiteral("The device stopped responding. Check the cable, unlock it, and try again.");
     return "Could not read " + path + " from device: " + message;
 }
 } // namespace

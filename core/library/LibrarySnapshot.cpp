@@ -1,16 +1,16 @@
 #include "LibrarySnapshot.h"
 
-#include "DescribedError.h"
 #include "SQLiteDB.h"
+#include "SnapshotFolder.h"
 #include "device/MediaSource.h"
 #include "device/MediaSourceError.h"
 
-#include <QDir>
+#include <QFile>
+#include <QJsonObject>
 #include <QLoggingCategory>
 #include <QStandardPaths>
 
 #include <exception>
-#include <stdexcept>
 
 Q_LOGGING_CATEGORY(libraryLog, "ombrelo.library")
 
@@ -18,38 +18,51 @@ namespace {
 
 const QString kDatabaseName = QStringLiteral("Photos.sqlite");
 
-PhotoLibrary fetchOnce(MediaSource& source, const QString& folder)
+// What the device says of its database files now: size and modification time of each, null for
+// one that is not there. A copy made when this was the same is a copy of the same database.
+QJsonObject deviceFilesNow(MediaSource& source)
 {
-    QDir(folder).removeRecursively();
-    if (!QDir().mkpath(folder))
-        throw DescribedError(QString("Could not create the folder \u201c%1\u201d for the database copy.").arg(folder));
+    QJsonObject files;
     for (const QString& name : LibrarySnapshot::deviceFiles()) {
-        try {
-            source.download("/PhotoData/" + name, QDir(folder).filePath(name));
-        } catch (const MediaSourceError& error) {
-            // The log and shared-memory files exist only while the database is open on the device.
-            if (error.kind() != MediaSourceError::Kind::notFound || name == kDatabaseName)
-                throw;
-        }
+        const auto info = source.fileInfo("/PhotoData/" + name);
+        files.insert(name, info ? QJsonObject{{"size", QString::number(info->size)},
+                                              {"modifiedNs", QString::number(info->modifiedNs)}}
+                                : QJsonValue());
     }
-    const QString database = QDir(folder).filePath(kDatabaseName);
-    LibrarySnapshot::checkIntegrity(database);
-    return PhotoLibrary::load(database);
-}
-
-} // namespace
-
-const QStringList& LibrarySnapshot::deviceFiles()
-{
-    static const QStringList files{kDatabaseName, "Photos.sqlite-wal", "Photos.sqlite-shm"};
     return files;
 }
 
-PhotoLibrary LibrarySnapshot::fetch(MediaSource& source, const QString& folder, int attempts)
+PhotoLibrary fetchOnce(MediaSource& source, SnapshotFolder& folder)
+{
+    folder.clear(LibrarySnapshot::deviceFiles());
+    const QJsonObject files = deviceFilesNow(source);
+    for (const QString& name : LibrarySnapshot::deviceFiles()) {
+        // The log and shared-memory files exist only while the database is open on the device.
+        if (files.value(name).isNull() && name != kDatabaseName)
+            continue;
+        const QString part = folder.partPath(name);
+        try {
+            source.download("/PhotoData/" + name, part);
+        } catch (const MediaSourceError& error) {
+            QFile::remove(part);
+            if (error.kind() != MediaSourceError::Kind::notFound || name == kDatabaseName)
+                throw;
+            continue;
+        }
+        folder.place(part, name);
+    }
+    const QString database = folder.filePath(kDatabaseName);
+    LibrarySnapshot::checkIntegrity(database);
+    PhotoLibrary library = PhotoLibrary::load(database);
+    // Recorded last: a copy cut short by a failure or a kill has no record, so it is never reused.
+    folder.writeRecord(files);
+    return library;
+}
+
+PhotoLibrary fetchLocked(MediaSource& source, SnapshotFolder& folder, int attempts)
 {
     if (attempts < 1)
         qFatal("LibrarySnapshot::fetch: %d attempts; at least one is needed", attempts);
-
     // The device may be writing its database while it is copied, so a bad copy is tried again,
     // all three files from the start, with no pause.
     for (int attempt = 1;; ++attempt) {
@@ -62,6 +75,35 @@ PhotoLibrary LibrarySnapshot::fetch(MediaSource& source, const QString& folder, 
                    error.what());
         }
     }
+}
+
+} // namespace
+
+const QStringList& LibrarySnapshot::deviceFiles()
+{
+    static const QStringList files{kDatabaseName, "Photos.sqlite-wal", "Photos.sqlite-shm"};
+    return files;
+}
+
+LibrarySnapshot::Reading LibrarySnapshot::read(MediaSource& source, const QString& folderPath, int attempts)
+{
+    SnapshotFolder folder(folderPath);
+    if (const auto record = folder.record(); record && *record == deviceFilesNow(source)) {
+        try {
+            const QString database = folder.filePath(kDatabaseName);
+            checkIntegrity(database);
+            return {PhotoLibrary::load(database), true};
+        } catch (const std::exception& error) {
+            qCInfo(libraryLog, "The copy of the Photos database cannot be used again: %s", error.what());
+        }
+    }
+    return {fetchLocked(source, folder, attempts), false};
+}
+
+PhotoLibrary LibrarySnapshot::fetch(MediaSource& source, const QString& folderPath, int attempts)
+{
+    SnapshotFolder folder(folderPath);
+    return fetchLocked(source, folder, attempts);
 }
 
 void LibrarySnapshot::checkIntegrity(const QString& databasePath)

@@ -37,6 +37,33 @@ QString entityText(const QHash<QString, int64_t>& entities, const QString& name)
     return it == entities.cend() ? QStringLiteral("?") : QString::number(*it);
 }
 
+// The text a problem note gives for an item: its original name when there is one.
+QString nameOf(const LibraryAsset& asset) { return asset.displayName(); }
+QString nameOf(const LibraryAlbum& album) { return QString::fromUtf8("\u201c%1\u201d").arg(album.title); }
+
+// A damaged library can give two items (or two albums) the same identifier, which the backup keys
+// everything by. The first keeps it; each later one is told apart by its database key, stable
+// from one reading to the next, so that both are backed up, and the user is told.
+template <typename Item>
+void separateSharedIdentifiers(QList<Item>& items, const QString& what, QStringList& problems)
+{
+    QHash<QString, const Item*> first;
+    for (const Item& item : items)
+        first.insert(item.uuid, nullptr);
+    for (Item& item : items) {
+        const Item*& owner = first[item.uuid];
+        if (!owner) {
+            owner = &item;
+            continue;
+        }
+        const QString separate = item.uuid + '#' + QString::number(item.pk);
+        problems << QString::fromUtf8("The Photos library gives %1 %2 and %3 the same identifier %4; both are backed "
+                                      "up, the second as %5.")
+                        .arg(what, nameOf(*owner), nameOf(item), item.uuid, separate);
+        item.uuid = separate;
+    }
+}
+
 } // namespace
 
 PhotoLibrary PhotoLibrary::load(const QString& databasePath)
@@ -46,6 +73,8 @@ PhotoLibrary PhotoLibrary::load(const QString& databasePath)
     PhotoLibrary library;
 
     QHash<QString, int64_t> entities;
+    if (!tableExists(db, "Z_PRIMARYKEY"))
+        throw PhotoLibraryError::unsupportedSchema("the table Z_PRIMARYKEY is missing");
     db.query("SELECT Z_ENT, Z_NAME FROM Z_PRIMARYKEY", {}, [&](const SQLRow& row) {
         const auto number = row.integer(0);
         const auto name = row.text(1);
@@ -96,7 +125,7 @@ PhotoLibrary PhotoLibrary::load(const QString& databasePath)
         "SELECT a.Z_PK, a.ZUUID, a.ZDIRECTORY, a.ZFILENAME, " + originalName + ", a.ZDATECREATED,\n       " +
         optional("ZKIND", "0") + ", " + optional("ZKINDSUBTYPE", "0") + ", " + optional("ZHIDDEN", "0") + ", " +
         optional("ZTRASHEDSTATE", "0") + ",\n       " + optional("ZSAVEDASSETTYPE", "NULL") + ", " +
-        optional("ZBUNDLESCOPE", "NULL") + ", " + edited + "\nFROM " + assetTable + " a " + join;
+        optional("ZBUNDLESCOPE", "NULL") + ", " + edited + "\nFROM " + assetTable + " a " + join + "\nORDER BY a.Z_PK";
     db.query(assetQuery, {}, [&](const SQLRow& row) {
         const auto pk = row.integer(0);
         auto uuid = row.text(1);
@@ -162,6 +191,8 @@ PhotoLibrary PhotoLibrary::load(const QString& databasePath)
                      return;
                  library.membership[*album].append(*asset);
              });
+    separateSharedIdentifiers(library.assets, "the items", library.problems);
+    separateSharedIdentifiers(library.albums, "the albums", library.problems);
     return library;
 }
 

@@ -25,6 +25,8 @@ struct PhotoLibrary {
     QList<LibraryAlbum> albums;
     QHash<int64_t, QList<int64_t>> membership;
     QStringList schemaNotes;
+    // Damage found in the library and how the backup works around it, one sentence each.
+    QStringList problems;
 
     bool operator==(const PhotoLibrary&) const = default;
 

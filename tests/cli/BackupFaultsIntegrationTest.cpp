@@ -22,7 +22,6 @@
 
 #include <algorithm>
 #include <sys/stat.h>
-#include <unistd.h>
 
 namespace {
 
@@ -248,16 +247,6 @@ TEST(BackupFaults, ReadOnlyBackupFolderIsRefusedAndLeftAsItWas)
                   .arg(dest));
     EXPECT_EQ(FolderSnapshot::take(dest), before);
     ASSERT_TRUE(disk.setReadOnly(false));
-
-    // Permissions alone stop every user but root, whom they do not bind.
-    if (geteuid() != 0) {
-        QFile::setPermissions(dest, QFile::ReadOwner | QFile::ExeOwner);
-        const ProgramResult denied = phone.cli(arguments(kBackup, dest));
-        QFile::setPermissions(dest, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-        EXPECT_EQ(denied.exitCode, 3) << denied.describe().toStdString();
-        EXPECT_TRUE(denied.err.contains("Check that it is writable.")) << denied.describe().toStdString();
-        EXPECT_EQ(FolderSnapshot::take(dest), before);
-    }
 }
 
 // The phone goes wrong between and during runs: the cable is pulled in the middle of a file, then
@@ -270,14 +259,19 @@ TEST(BackupFaults, PhoneTroubleMidBackupLosesNothing)
     const QString reference = referenceBackup(phone, dirs);
     const QString dest = newFolder(dirs, "dest");
 
-    // The database (about 250 kB) and a few files get through, then the cable is pulled: the item
-    // being copied fails with the phone's reason and the run ends with its summary.
-    phone.setFaults({{"dropAfterBytes", 300000}});
+    // A few files get through, then the cable is pulled: the items being copied fail with the
+    // phone's reason, and after a few in a row the run ends with one line instead of failing every
+    // item left, and exits as a failed run.
+    phone.setFaults({{"dropAfterBytes", 50000}});
     const ProgramResult pulled = phone.cli(arguments(kBackup, dest));
-    EXPECT_EQ(pulled.exitCode, 1) << pulled.describe().toStdString();
+    EXPECT_EQ(pulled.exitCode, 3) << pulled.describe().toStdString();
     const QStringList errors = pulled.lines("ERROR ");
     ASSERT_FALSE(errors.isEmpty()) << pulled.describe().toStdString();
-    EXPECT_TRUE(errors.first().contains(" from device: ")) << errors.first().toStdString();
+    EXPECT_LE(errors.size(), 3) << pulled.describe().toStdString();
+    EXPECT_TRUE(errors.first().contains(" from device: the connection to the device was lost"))
+        << errors.first().toStdString();
+    EXPECT_EQ(errors.last(), "ERROR The device stopped responding. Check the cable, unlock it, and run the backup "
+                             "again: it carries on where it stopped.");
     EXPECT_TRUE(pulled.out.endsWith(("\nErrors: " + QString::number(errors.size()) + "\n").toUtf8()))
         << pulled.describe().toStdString();
     EXPECT_GT(readManifestRows(dest).size(), 0) << pulled.describe().toStdString();
@@ -355,8 +349,7 @@ TEST(BackupFaults, DamagedPhotosDatabaseStopsTheRunAfterThreeAttempts)
 {
     TempDir dirs;
     const QString folder = dirs.filePath("phone");
-    const ProgramResult made = runProgram(PhoneBackup::cliPath().replace("ombrelo-cli", "ombrelo-mkdevice"),
-                                          {folder, "--assets", "20", "--seed", "10"});
+    const ProgramResult made = makePhone(folder, {"--assets", "20", "--seed", "10"});
     ASSERT_EQ(made.exitCode, 0) << made.describe().toStdString();
     const QString database = folder + "/media/PhotoData/Photos.sqlite";
     {

@@ -1,5 +1,7 @@
+#include "CliProcess.h"
 #include "CliRun.h"
 #include "DeviceSimulator.h"
+#include "PhoneBackup.h"
 #include "RunProgram.h"
 #include "TempDir.h"
 
@@ -8,9 +10,11 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QRandomGenerator>
 
 #include <gtest/gtest.h>
+
+#include <csignal>
+#include <cstdio>
 
 // Phones plugged in and out while the simulator runs (it reads its folder again at every listing):
 // locked or untrusted in each way lockdown reports, listed twice by usbmuxd, without names, on the
@@ -20,15 +24,13 @@ TEST(DeviceCommands, DevicesListsEachUsbDeviceOnceWithItsProblem)
 {
     TempDir dir;
     const QString devices = dir.filePath("devices");
+    const QString none = "No iPhone or iPad is connected by USB.\n";
     QDir().mkpath(devices);
     {
         DeviceSimulator simulator(DeviceSimulator::devicesDir, devices);
-        const CliRun none = CliRun::of({"devices"});
-        EXPECT_EQ(none.code, 0);
-        EXPECT_EQ(none.out, "No iPhone or iPad is connected by USB.\n");
-        EXPECT_EQ(none.err, "");
+        EXPECT_EQ(CliRun::of({"devices"}), (CliRun{0, none, ""}));
         EXPECT_EQ(CliRun::of({"devices", "--json"}).out.trimmed(), "[\n]");
-        EXPECT_EQ(CliRun::of({"ls", "/"}).err, "No iPhone or iPad is connected by USB.\n");
+        EXPECT_EQ(CliRun::of({"ls", "/"}), (CliRun{3, "", none}));
 
         const struct {
             const char* error;
@@ -36,12 +38,10 @@ TEST(DeviceCommands, DevicesListsEachUsbDeviceOnceWithItsProblem)
         } lockdown[] = {
             {"PasswordProtected", "The device is locked. Unlock it and try again."},
             {"UserDeniedPairing",
-             QString::fromUtf8(
-                 "\u201cDon't Trust\u201d was chosen on the device. Unplug and reconnect to be asked again.")},
-            {"PairingDialogResponsePending", QString::fromUtf8("Tap \u201cTrust\u201d on the device, then try again.")},
+             "\u201cDon't Trust\u201d was chosen on the device. Unplug and reconnect to be asked again."},
+            {"PairingDialogResponsePending", "Tap \u201cTrust\u201d on the device, then try again."},
             {"InvalidHostID",
-             QString::fromUtf8(
-                 "This computer is not trusted by the device. Unlock it and tap \u201cTrust\u201d when asked.")},
+             "This computer is not trusted by the device. Unlock it and tap \u201cTrust\u201d when asked."},
             {"SomethingNew", "The device refused the connection (lockdown error -256)."},
         };
         QString expected;
@@ -65,32 +65,20 @@ TEST(DeviceCommands, DevicesListsEachUsbDeviceOnceWithItsProblem)
         noService.faults = {{"startServiceError", "InvalidService"}};
         writeDeviceFolder(devices + "/9", noService);
         expected += "Kitchen iPad (iPad13,1, iOS 17.5)\niOS device (?, iOS ?)\nNo Service (iPhone15,3, iOS 17.5)\n";
+        EXPECT_EQ(CliRun::of({"devices"}), (CliRun{0, expected, ""})) << simulator.log();
 
-        const CliRun listed = CliRun::of({"devices"});
-        EXPECT_EQ(listed.code, 0);
-        EXPECT_EQ(listed.err, "");
-        EXPECT_EQ(listed.out, expected) << simulator.log().toStdString();
+        const QJsonArray json = QJsonDocument::fromJson(CliRun::of({"devices", "--json"}).out.toUtf8()).array();
+        ASSERT_EQ(json.size(), 8);
+        EXPECT_EQ(json[0].toObject(), (QJsonObject{{"udid", simulatedUdid(1)},
+                                                   {"name", "Unavailable device"},
+                                                   {"productType", ""},
+                                                   {"productVersion", ""},
+                                                   {"problem", "The device is locked. Unlock it and try again."}}));
+        EXPECT_EQ(json[5]["problem"], QJsonValue());
 
-        const CliRun json = CliRun::of({"devices", "--json"});
-        EXPECT_EQ(json.code, 0);
-        const QJsonArray array = QJsonDocument::fromJson(json.out.toUtf8()).array();
-        ASSERT_EQ(array.size(), 8) << json.out.toStdString();
-        EXPECT_EQ(array[0].toObject(), (QJsonObject{{"udid", simulatedUdid(1)},
-                                                    {"name", "Unavailable device"},
-                                                    {"productType", ""},
-                                                    {"productVersion", ""},
-                                                    {"problem", "The device is locked. Unlock it and try again."}}));
-        EXPECT_EQ(array[5].toObject(), (QJsonObject{{"udid", ipad.udid},
-                                                    {"name", "Kitchen iPad"},
-                                                    {"productType", "iPad13,1"},
-                                                    {"productVersion", "17.5"},
-                                                    {"problem", QJsonValue()}}));
-
-        for (int i = 0; i < 5; ++i) {
-            const CliRun opened = CliRun::of({"ls", "/", "--udid", simulatedUdid(i + 1)});
-            EXPECT_EQ(opened.code, 3);
-            EXPECT_EQ(opened.err, lockdown[i].text + "\n");
-        }
+        for (int i = 0; i < 5; ++i)
+            EXPECT_EQ(CliRun::of({"ls", "/", "--udid", simulatedUdid(i + 1)}),
+                      (CliRun{3, "", lockdown[i].text + "\n"}));
         EXPECT_EQ(CliRun::of({"ls", "/", "--udid", noService.udid}).err,
                   "The device refused the connection (lockdown error -27).\n");
         EXPECT_EQ(CliRun::of({"ls", "/", "--udid", network.udid}).err,
@@ -104,10 +92,9 @@ TEST(DeviceCommands, DevicesListsEachUsbDeviceOnceWithItsProblem)
     qputenv("USBMUXD_SOCKET_ADDRESS", ("UNIX:" + dir.filePath("gone.sock")).toUtf8());
     const CliRun noDaemon = CliRun::of({"devices"});
     qunsetenv("USBMUXD_SOCKET_ADDRESS");
-    EXPECT_EQ(noDaemon.code, 0);
-    EXPECT_EQ(noDaemon.out, "No iPhone or iPad is connected by USB.\n");
-    EXPECT_EQ(noDaemon.err, "The USB service usbmuxd isn't running. Install the usbmuxd package, then plug the "
-                            "device in again.\n");
+    EXPECT_EQ(noDaemon, (CliRun{0, none,
+                                "The USB service usbmuxd isn't running. Install the usbmuxd package, then plug the "
+                                "device in again.\n"}));
 }
 
 TEST(DeviceCommands, LsAndPullReportErrorsWithExitCode3)
@@ -117,8 +104,7 @@ TEST(DeviceCommands, LsAndPullReportErrorsWithExitCode3)
     faulty.faults = {{"failPaths", QJsonObject{{"/DCIM/100APPLE/IMG_0003.MOV",
                                                 QJsonObject{{"read", 4}, {"readAfterBytes", 1 << 20}}}}}};
     const QByteArray photo = "a photo";
-    QByteArray video(3000000, Qt::Uninitialized);
-    QRandomGenerator(42).fillRange(reinterpret_cast<quint32*>(video.data()), video.size() / 4);
+    const QByteArray video = randomBytes(3000000, 42);
     const QString folder = writeDeviceFolder(dir.filePath("phone"), faulty,
                                              {{"/DCIM/100APPLE/IMG_0001.HEIC", photo},
                                               {"/DCIM/100APPLE/IMG_0002.JPG", "b"},
@@ -127,41 +113,66 @@ TEST(DeviceCommands, LsAndPullReportErrorsWithExitCode3)
     writeDeviceFolder(dir.filePath("other"), simulatedPhone(2, "Other"), {{"/DCIM/only-here.txt", "x"}});
     DeviceSimulator simulator({folder, dir.filePath("other")});
 
-    const CliRun ls = CliRun::of({"ls", "/DCIM/100APPLE"});
-    EXPECT_EQ(ls.code, 0) << ls.err.toStdString();
-    EXPECT_EQ(ls.out, "IMG_0001.HEIC\nIMG_0002.JPG\nIMG_0003.MOV\nIMG_0004.MOV\n");
+    EXPECT_EQ(CliRun::of({"ls", "/DCIM/100APPLE"}),
+              (CliRun{0, "IMG_0001.HEIC\nIMG_0002.JPG\nIMG_0003.MOV\nIMG_0004.MOV\n", ""}));
     EXPECT_EQ(CliRun::of({"ls", "/DCIM", "--udid", simulatedUdid(2)}).out, "only-here.txt\n");
-
-    const CliRun missing = CliRun::of({"ls", "/nope"});
-    EXPECT_EQ(missing.code, 3);
-    EXPECT_EQ(missing.out, "");
-    EXPECT_EQ(missing.err, "Not found on device: /nope\n");
+    EXPECT_EQ(CliRun::of({"ls", "/nope"}), (CliRun{3, "", "Not found on device: /nope\n"}));
     EXPECT_EQ(CliRun::of({"ls"}).code, 2);
 
+    // The hashes as coreutils' sha256sum gives them.
     const QString local = dir.filePath("photo.heic");
-    const CliRun pull = CliRun::of({"pull", "/DCIM/100APPLE/IMG_0001.HEIC", local});
-    EXPECT_EQ(pull.code, 0) << pull.err.toStdString();
-    // The hash as coreutils' sha256sum gives it for the same 7 bytes.
-    EXPECT_EQ(pull.out, "d4e24d749a4fe2f161af2de913c0402b04e3ae287dafd0f9dbfa4a5c56c69285  " + local + "\n7 bytes\n");
+    EXPECT_EQ(
+        CliRun::of({"pull", "/DCIM/100APPLE/IMG_0001.HEIC", local}),
+        (CliRun{0, "d4e24d749a4fe2f161af2de913c0402b04e3ae287dafd0f9dbfa4a5c56c69285  " + local + "\n7 bytes\n", ""}));
     EXPECT_EQ(readFile(local), photo);
     const QString large = dir.filePath("video.mov");
-    const CliRun pulledVideo = CliRun::of({"pull", "/DCIM/100APPLE/IMG_0004.MOV", large});
     const QString servedHash =
         QString::fromUtf8(runProgram("sha256sum", {folder + "/media/DCIM/100APPLE/IMG_0004.MOV"}).out.left(64));
-    EXPECT_EQ(pulledVideo.out, servedHash + "  " + large + "\n3000000 bytes (3.0 MB)\n");
+    EXPECT_EQ(CliRun::of({"pull", "/DCIM/100APPLE/IMG_0004.MOV", large}).out,
+              servedHash + "  " + large + "\n3000000 bytes (3.0 MB)\n");
     EXPECT_EQ(readFile(large), video);
 
-    // An existing local file is never replaced.
-    const CliRun again = CliRun::of({"pull", "/DCIM/100APPLE/IMG_0002.JPG", local});
-    EXPECT_EQ(again.code, 3);
-    EXPECT_EQ(again.err, local + " already exists; pull does not replace files.\n");
+    // An existing local file is never replaced; a pull that fails midway leaves no partial file.
+    EXPECT_EQ(CliRun::of({"pull", "/DCIM/100APPLE/IMG_0002.JPG", local}),
+              (CliRun{3, "", local + " already exists; pull does not replace files.\n"}));
     EXPECT_EQ(readFile(local), photo);
-
-    // A pull that fails midway leaves no partial file behind.
     const QString broken = dir.filePath("broken.mov");
-    const CliRun failed = CliRun::of({"pull", "/DCIM/100APPLE/IMG_0003.MOV", broken});
-    EXPECT_EQ(failed.code, 3);
-    EXPECT_EQ(failed.err,
-              "Could not read /DCIM/100APPLE/IMG_0003.MOV from device: the device could not read it (AFC error 4)\n");
+    EXPECT_EQ(CliRun::of({"pull", "/DCIM/100APPLE/IMG_0003.MOV", broken}),
+              (CliRun{3, "",
+                      "Could not read /DCIM/100APPLE/IMG_0003.MOV from device: the device could not read it (AFC "
+                      "error 4)\n"}));
     EXPECT_FALSE(QFileInfo::exists(broken));
+}
+
+// pull makes its local file itself before it asks the phone for anything. A file another program
+// moves to that name while the phone is frozen is neither written over (the pull succeeds) nor
+// deleted (the pull fails). A pull into a folder that does not exist says so, not blaming the phone.
+TEST(DeviceCommands, PullNeverReplacesOrDeletesAFileItDidNotMake)
+{
+    TempDir dir;
+    SimulatedPhone phone = simulatedPhone(1);
+    phone.faults = {{"failPaths", QJsonObject{{"/DCIM/broken.JPG", QJsonObject{{"read", 4}}}}}};
+    DeviceSimulator simulator(
+        {writeDeviceFolder(dir.filePath("phone"), phone, {{"/DCIM/good.JPG", "good"}, {"/DCIM/broken.JPG", "bad"}})});
+    for (const QString devicePath : {"/DCIM/good.JPG", "/DCIM/broken.JPG"}) {
+        SCOPED_TRACE(devicePath.toStdString());
+        const QString local = dir.filePath(QFileInfo(devicePath).fileName());
+        ::kill(simulator.pid(), SIGSTOP);
+        CliProcess pull(PhoneBackup::cliPath(), {"pull", devicePath, local}, QProcessEnvironment::systemEnvironment());
+        for (int waited = 0; waited < 30 && !QFileInfo::exists(local); ++waited)
+            pull.runFor(100);
+        writeFile(dir.filePath("mine"), "the user's");
+        ASSERT_EQ(::rename(QFile::encodeName(dir.filePath("mine")).constData(), QFile::encodeName(local).constData()),
+                  0);
+        ::kill(simulator.pid(), SIGCONT);
+        const ProgramResult end = pull.finish(60);
+        EXPECT_EQ(end.exitCode, 3) << end.describe().toStdString();
+        EXPECT_EQ(readFile(local), "the user's");
+    }
+
+    const CliRun missing = CliRun::of({"pull", "/DCIM/good.JPG", dir.filePath("gone/good.JPG")});
+    EXPECT_EQ(missing.code, 3);
+    EXPECT_EQ(missing.err, QString::fromUtf8("The folder \u201c%1\u201d doesn't exist, so the file could not be made "
+                                             "there. Create the folder first, or give a path in an existing one.\n")
+                               .arg(dir.filePath("gone")));
 }

@@ -1,9 +1,7 @@
 #include "CliRun.h"
 #include "DeviceSimulator.h"
-#include "PhotosDatabases.h"
-#include "TempDir.h"
+#include "PhoneBackup.h"
 
-#include <QDir>
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -12,41 +10,43 @@
 
 namespace {
 
-// The media of a phone whose Photos database is a corpus database, log and all.
-QMap<QString, QByteArray> photoData(const QString& corpusName, const TempDir& dir)
-{
-    const QString database = copyCorpusDatabase(corpusName, dir.filePath("corpus-" + corpusName));
-    QMap<QString, QByteArray> media;
-    for (const QString suffix : {"", "-wal", "-shm"})
-        media.insert("/PhotoData/Photos.sqlite" + suffix, readFile(database + suffix));
-    return media;
-}
-
+// `library` copies the phone's database, with the log that holds its latest changes, into the
+// phone's cache folder (emptied first) and reads it there.
 TEST(LibraryCommandIntegration, ReadsTheConnectedPhone)
 {
     TempDir dir;
     qputenv("XDG_CACHE_HOME", dir.filePath("cache").toUtf8());
-    const SimulatedPhone phone = simulatedPhone(1, "Anna's iPhone");
+    const QString phone = dir.filePath("phone");
+    ASSERT_EQ(
+        makePhone(phone, {"--assets", "40", "--files", "none", "--answer-key", dir.filePath("key.json")}).exitCode, 0);
+    const PhoneAnswerKey key = PhoneAnswerKey::read(dir.filePath("key.json"));
+    const QJsonObject device = QJsonDocument::fromJson(readFile(phone + "/device.json")).object();
     const SimulatedPhone empty = simulatedPhone(2, "New iPhone");
-    DeviceSimulator simulator({writeDeviceFolder(dir.filePath("phone"), phone, photoData("osxphotos-16.0.0-beta", dir)),
-                               writeDeviceFolder(dir.filePath("empty"), empty, {{"/DCIM/.keep", ""}})});
+    DeviceSimulator simulator({phone, writeDeviceFolder(dir.filePath("empty"), empty, {{"/DCIM/.keep", ""}})});
 
-    const QString cache = dir.filePath("cache") + "/Ombrelo/" + phone.udid;
+    const QString cache = dir.filePath("cache") + "/Ombrelo/" + device["udid"].toString();
     writeFile(cache + "/left-over.txt", "from an earlier run");
     const CliRun first = CliRun::of({"library"});
     EXPECT_EQ(first.code, 0) << first.err.toStdString();
-    EXPECT_EQ(first.err, "Copying the Photos database of Anna's iPhone (iPhone15,3, iOS 17.5) into " + cache + "\n");
-    // Three assets and two albums of this library are only in its log.
-    EXPECT_TRUE(first.out.startsWith("Assets:      13\n")) << first.out.toStdString();
-    EXPECT_TRUE(first.out.contains("\nAlbums:      7\nFolders:     3\n")) << first.out.toStdString();
+    EXPECT_EQ(first.err, QString("Copying the Photos database of %1 (%2, iOS %3) into %4\n")
+                             .arg(device["name"].toString(), device["productType"].toString(),
+                                  device["productVersion"].toString(), cache));
+    int albums = 0, folders = 0;
+    for (const PhoneAnswerKey::Album& album : key.albums) {
+        albums += album.kind == 2;
+        folders += album.kind == 4000;
+    }
+    EXPECT_TRUE(first.out.startsWith(QString("Assets:      %1\n").arg(key.assets.size()))) << first.out.toStdString();
+    EXPECT_TRUE(first.out.contains(QString("\nAlbums:      %1\nFolders:     %2\n").arg(albums).arg(folders)))
+        << first.out.toStdString();
     EXPECT_TRUE(QFileInfo(cache + "/Photos.sqlite").isFile());
-    EXPECT_FALSE(QFileInfo::exists(cache + "/left-over.txt"));
+    EXPECT_TRUE(QFileInfo::exists(cache + "/left-over.txt")) << "only the copy's own files are replaced";
     for (const QString file : {"Photos.sqlite ", "Photos.sqlite-wal ", "Photos.sqlite-shm "})
         EXPECT_EQ(simulator.log().count("FILE_OPEN /PhotoData/" + file), 1) << file.toStdString();
 
-    const CliRun json = CliRun::of({"library", "--udid", phone.udid, "--json"});
+    const CliRun json = CliRun::of({"library", "--udid", device["udid"].toString(), "--json"});
     EXPECT_EQ(json.code, 0) << json.err.toStdString();
-    EXPECT_EQ(QJsonDocument::fromJson(json.out.toUtf8())["assets"].toArray().size(), 13);
+    EXPECT_EQ(QJsonDocument::fromJson(json.out.toUtf8())["assets"].toArray().size(), key.assets.size());
 
     const CliRun missing = CliRun::of({"library", "--udid", empty.udid});
     EXPECT_EQ(missing.code, 3);

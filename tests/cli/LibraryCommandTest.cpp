@@ -2,7 +2,6 @@
 #include "PhotosDatabases.h"
 #include "TempDir.h"
 
-#include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -11,31 +10,7 @@
 
 namespace {
 
-TEST(LibraryCommand, CountsAndNotesOfARealDatabase)
-{
-    TempDir dir;
-    const QString database = copyCorpusDatabase("osxphotos-10.15.7", dir.path());
-    const qint64 logSize = QFileInfo(database + "-wal").size();
-
-    const CliRun result = CliRun::of({"library", "--db", database});
-    EXPECT_EQ(result.code, 0) << result.err.toStdString();
-    EXPECT_EQ(result.out.toStdString(), "Assets:      29\n"
-                                        "Trashed:     2\n"
-                                        "Hidden:      1\n"
-                                        "Videos:      2\n"
-                                        "Live photos: 0\n"
-                                        "Edited:      6\n"
-                                        "Albums:      15\n"
-                                        "Folders:     5\n"
-                                        "Schema notes:\n"
-                                        "  Asset columns not present (defaults used): ZBUNDLESCOPE\n"
-                                        "  Entities: Asset=35, Album=26, Folder=32\n"
-                                        "  Album membership table: Z_26ASSETS (Z_26ALBUMS, Z_34ASSETS)\n");
-    // The user's file is read, not changed: its log was not folded into it.
-    EXPECT_EQ(QFileInfo(database + "-wal").size(), logSize);
-    EXPECT_GT(logSize, 0);
-}
-
+// (The counts of real databases: PhotoLibrary's corpus tests; the text form: LibraryCommandIntegration.)
 TEST(LibraryCommand, WholeLibraryAsJson)
 {
     TempDir dir;
@@ -52,27 +27,13 @@ TEST(LibraryCommand, WholeLibraryAsJson)
     }
     const CliRun result = CliRun::of({"library", "--json", "--db", database});
     ASSERT_EQ(result.code, 0) << result.err.toStdString();
-    QJsonParseError parseError;
-    const QJsonObject root = QJsonDocument::fromJson(result.out.toUtf8(), &parseError).object();
-    ASSERT_EQ(parseError.error, QJsonParseError::NoError) << result.out.toStdString();
-
+    const QJsonObject root = QJsonDocument::fromJson(result.out.toUtf8()).object();
     const QJsonArray assets = root["assets"].toArray();
-    ASSERT_EQ(assets.size(), 2);
-    EXPECT_EQ(assets[0].toObject(), (QJsonObject{{"pk", 7},
-                                                 {"uuid", "asset-7"},
-                                                 {"directory", "DCIM/100APPLE"},
-                                                 {"filename", "IMG_0007.HEIC"},
-                                                 {"originalFilename", "Beach.HEIC"},
-                                                 {"dateCreated", 745923456.123456789},
-                                                 {"isVideo", false},
-                                                 {"kindSubtype", 2},
-                                                 {"isHidden", false},
-                                                 {"isTrashed", false},
-                                                 {"savedAssetType", 3},
-                                                 {"bundleScope", 0},
-                                                 {"hasAdjustments", false}}));
-    // Every bit of the stored number survives the text form.
+    ASSERT_EQ(assets.size(), 2) << result.out.toStdString();
+    // Every bit of the stored date survives the text form.
     EXPECT_EQ(assets[0]["dateCreated"].toDouble(), 745923456.123456789);
+    EXPECT_EQ(assets[0]["originalFilename"], "Beach.HEIC");
+    EXPECT_EQ(assets[0]["kindSubtype"], 2);
     EXPECT_EQ(assets[1].toObject(), (QJsonObject{{"pk", 9},
                                                  {"uuid", "asset-9"},
                                                  {"directory", "DCIM/100APPLE"},
@@ -86,23 +47,15 @@ TEST(LibraryCommand, WholeLibraryAsJson)
                                                  {"savedAssetType", QJsonValue()},
                                                  {"bundleScope", QJsonValue()},
                                                  {"hasAdjustments", false}}));
-
-    EXPECT_EQ(root["albums"].toArray(), (QJsonArray{QJsonObject{{"pk", 40},
-                                                                {"uuid", "album-uuid-40"},
-                                                                {"title", "Holidays"},
-                                                                {"isFolder", true},
-                                                                {"parentPK", QJsonValue()},
-                                                                {"isTrashed", false}},
-                                                    QJsonObject{{"pk", 41},
-                                                                {"uuid", "album-uuid-41"},
-                                                                {"title", "Beach"},
-                                                                {"isFolder", false},
-                                                                {"parentPK", 40},
-                                                                {"isTrashed", false}}}));
+    EXPECT_EQ(root["albums"][1].toObject(), (QJsonObject{{"pk", 41},
+                                                         {"uuid", "album-uuid-41"},
+                                                         {"title", "Beach"},
+                                                         {"isFolder", false},
+                                                         {"parentPK", 40},
+                                                         {"isTrashed", false}}));
+    EXPECT_EQ(root["albums"][0]["isFolder"], true);
     EXPECT_EQ(root["membership"].toObject(), (QJsonObject{{"41", QJsonArray{9, 7}}}));
-    EXPECT_EQ(root["schemaNotes"].toArray(),
-              (QJsonArray{"Entities: Asset=3, Album=28, Folder=36",
-                          "Album membership table: Z_28ASSETS (Z_28ALBUMS, Z_3ASSETS)"}));
+    EXPECT_EQ(root["schemaNotes"].toArray().last(), "Album membership table: Z_28ASSETS (Z_28ALBUMS, Z_3ASSETS)");
 }
 
 TEST(LibraryCommand, UnreadableDatabases)

@@ -15,3 +15,8 @@ CliRun CliRun::of(const QStringList& arguments)
     err.flush();
     return run;
 }
+
+void PrintTo(const CliRun& run, std::ostream* os)
+{
+    *os << "exit " << run.code << "\nout:\n" << run.out.toStdString() << "\nerr:\n" << run.err.toStdString();
+}

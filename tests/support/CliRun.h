@@ -13,4 +13,7 @@ struct CliRun {
     QString err;
 
     static CliRun of(const QStringList& arguments);
+    bool operator==(const CliRun&) const = default;
 };
+// Exit code, output and error output, for failure messages.
+void PrintTo(const CliRun& run, std::ostream* os);

@@ -3,25 +3,14 @@
 #include "TempDir.h"
 
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFile>
-#include <QFileInfo>
 #include <QJsonDocument>
 
-#include <cerrno>
-#include <chrono>
-#include <csignal>
-#include <fcntl.h>
-#include <optional>
-#include <spawn.h>
 #include <stdexcept>
 #include <sys/socket.h>
 #include <sys/un.h>
-#include <sys/wait.h>
-#include <thread>
 #include <unistd.h>
-#include <vector>
-
-extern char** environ;
 
 namespace {
 
@@ -39,23 +28,6 @@ bool answers(const QString& socketPath)
     const bool connected = ::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
     ::close(fd);
     return connected;
-}
-
-// Waits for the child for up to `timeout`; returns its exit status, or nothing while it runs.
-std::optional<int> waitFor(pid_t pid, std::chrono::milliseconds timeout)
-{
-    const auto deadline = std::chrono::steady_clock::now() + timeout;
-    for (;;) {
-        int status = 0;
-        const pid_t done = ::waitpid(pid, &status, WNOHANG);
-        if (done == pid)
-            return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-        if (done < 0 && errno != EINTR)
-            return -1;
-        if (std::chrono::steady_clock::now() >= deadline)
-            return std::nullopt;
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
 }
 
 } // namespace
@@ -111,34 +83,21 @@ void DeviceSimulator::start(const QStringList& arguments)
 {
     if (!m_dir.isValid())
         throw std::runtime_error("cannot create a temporary folder for the simulator");
-    const QByteArray program = OMBRELO_BIN_DIR "/ombrelo-devicesim";
-    QList<QByteArray> args{program, "--verbose", "--socket", QFile::encodeName(socketPath())};
-    for (const QString& argument : arguments)
-        args << QFile::encodeName(argument);
-    std::vector<char*> argv;
-    for (QByteArray& arg : args)
-        argv.push_back(arg.data());
-    argv.push_back(nullptr);
-
-    const QByteArray logPath = QFile::encodeName(m_dir.filePath("simulator.log"));
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, logPath.constData(), O_WRONLY | O_CREAT | O_APPEND, 0644);
-    posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO);
-    const int spawned = posix_spawn(&m_pid, program.constData(), &actions, nullptr, argv.data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
-    if (spawned != 0)
-        throw std::runtime_error(("cannot start " + program).toStdString());
-
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    m_process.setStandardInputFile(QProcess::nullDevice());
+    m_process.setStandardOutputFile(m_dir.filePath("simulator.log"), QIODevice::Append);
+    m_process.setProcessChannelMode(QProcess::MergedChannels);
+    m_process.start(OMBRELO_BIN_DIR "/ombrelo-devicesim",
+                    QStringList{"--verbose", "--socket", socketPath()} + arguments);
+    if (!m_process.waitForStarted(10000))
+        throw std::runtime_error(("cannot start ombrelo-devicesim: " + m_process.errorString()).toStdString());
+    QElapsedTimer clock;
+    clock.start();
     while (!answers(socketPath())) {
-        if (const std::optional<int> status = waitFor(m_pid, std::chrono::milliseconds(20))) {
-            m_pid = -1;
+        if (m_process.waitForFinished(20) || m_process.state() == QProcess::NotRunning)
             throw std::runtime_error(
-                ("ombrelo-devicesim exited with status " + QString::number(*status) + ":\n" + log()).toStdString());
-        }
-        if (std::chrono::steady_clock::now() >= deadline) {
+                ("ombrelo-devicesim exited with status " + QString::number(m_process.exitCode()) + ":\n" + log())
+                    .toStdString());
+        if (clock.elapsed() > 10000) {
             stop();
             throw std::runtime_error(("ombrelo-devicesim did not answer within 10 s:\n" + log()).toStdString());
         }
@@ -159,17 +118,15 @@ DeviceSimulator::~DeviceSimulator()
 
 int DeviceSimulator::stop()
 {
-    if (m_pid <= 0)
+    if (m_process.state() == QProcess::NotRunning)
         return -1;
-    ::kill(m_pid, SIGTERM);
-    std::optional<int> status = waitFor(m_pid, std::chrono::seconds(10));
-    if (!status) {
-        ::kill(m_pid, SIGKILL);
-        waitFor(m_pid, std::chrono::seconds(10));
-        status = -1;
+    m_process.terminate();
+    if (!m_process.waitForFinished(10000)) {
+        m_process.kill();
+        m_process.waitForFinished(10000);
+        return -1;
     }
-    m_pid = -1;
-    return *status;
+    return m_process.exitStatus() == QProcess::NormalExit ? m_process.exitCode() : -1;
 }
 
 QString DeviceSimulator::log() const

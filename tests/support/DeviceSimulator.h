@@ -3,11 +3,10 @@
 #include <QByteArray>
 #include <QJsonObject>
 #include <QMap>
+#include <QProcess>
 #include <QString>
 #include <QStringList>
 #include <QTemporaryDir>
-
-#include <sys/types.h>
 
 // The description of one simulated phone, written as its device.json.
 struct SimulatedPhone {
@@ -58,7 +57,7 @@ public:
     QString socketPath() const { return m_dir.filePath("usbmuxd.sock"); }
     // The value of USBMUXD_SOCKET_ADDRESS: "UNIX:" and the socket path.
     QString socketAddress() const { return "UNIX:" + socketPath(); }
-    pid_t pid() const { return m_pid; }
+    qint64 pid() const { return m_process.processId(); }
     // Everything the simulator has written to stdout and stderr so far.
     QString log() const;
     // Sends SIGTERM and waits; returns the exit status (-1 when it had to be killed).
@@ -68,7 +67,7 @@ private:
     void start(const QStringList& arguments);
 
     QTemporaryDir m_dir;
-    pid_t m_pid = -1;
+    QProcess m_process;
     QByteArray m_previousAddress;
     bool m_hadPreviousAddress = false;
 };

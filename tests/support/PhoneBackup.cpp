@@ -92,12 +92,15 @@ const PhoneAnswerKey::Album* PhoneAnswerKey::album(const QString& uuid) const
     return nullptr;
 }
 
+ProgramResult makePhone(const QString& folder, const QStringList& options)
+{
+    return runProgram(OMBRELO_BIN_DIR "/ombrelo-mkdevice", QStringList{folder} + options, 120);
+}
+
 PhoneBackup::PhoneBackup(const QStringList& mkdeviceOptions) : m_deviceFolder(m_dir.filePath("phone"))
 {
     const QString keyPath = m_dir.filePath("answer-key.json");
-    const ProgramResult made =
-        runProgram(OMBRELO_BIN_DIR "/ombrelo-mkdevice",
-                   QStringList{m_deviceFolder} + mkdeviceOptions + QStringList{"--answer-key", keyPath});
+    const ProgramResult made = makePhone(m_deviceFolder, mkdeviceOptions + QStringList{"--answer-key", keyPath});
     if (made.exitCode != 0)
         throw std::runtime_error(("ombrelo-mkdevice failed: " + made.describe()).toStdString());
     m_key = PhoneAnswerKey::read(keyPath);

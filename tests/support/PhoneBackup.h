@@ -69,6 +69,9 @@ struct PhoneAnswerKey {
     const Album* album(const QString& uuid) const;
 };
 
+// Runs ombrelo-mkdevice to write a phone into `folder` with these options.
+ProgramResult makePhone(const QString& folder, const QStringList& options);
+
 // A simulated phone served by its own ombrelo-devicesim, and ombrelo-cli run against it as a
 // user runs it: a separate process with the phone's usbmuxd socket and a cache folder of its own.
 //

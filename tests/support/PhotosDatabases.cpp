@@ -2,31 +2,46 @@
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 
 #include <stdexcept>
 
 namespace {
 
-QString corpusFolder() { return QString(OMBRELO_SHARED_DIR) + "/corpus/photos-db"; }
-
 SQLValue optionalText(const std::optional<QString>& value) { return value ? SQLValue::text(*value) : SQLValue::null(); }
 
 } // namespace
 
+QString corpusFolder() { return QStringLiteral(OMBRELO_CORPUS_DIR); }
+
+bool corpusAvailable() { return QFileInfo(corpusFolder()).isDir(); }
+
+std::string corpusMissing()
+{
+    return ("Skipped: this test reads the real Photos databases, and there are none at \u201c" + corpusFolder() +
+            "\u201d. Point the build at them with cmake -DOMBRELO_CORPUS_DIR=<folder of the photos-db corpus>.")
+        .toStdString();
+}
+
 QStringList corpusDatabaseNames() { return QDir(corpusFolder()).entryList({"osxphotos-*"}, QDir::Dirs, QDir::Name); }
+
+QString copyPhotosDatabase(const QString& from, const QString& to, const QStringList& names)
+{
+    QDir().mkpath(to);
+    for (const QString& name : names) {
+        if (!QFileInfo::exists(from + "/" + name))
+            continue;
+        QFile::remove(to + "/" + name);
+        if (!QFile::copy(from + "/" + name, to + "/" + name))
+            throw std::runtime_error(("cannot copy " + from + "/" + name).toStdString());
+        QFile::setPermissions(to + "/" + name, QFile::ReadOwner | QFile::WriteOwner);
+    }
+    return to + "/Photos.sqlite";
+}
 
 QString copyCorpusDatabase(const QString& name, const QString& folder)
 {
-    QDir().mkpath(folder);
-    for (const char* file : {"Photos.sqlite", "Photos.sqlite-wal", "Photos.sqlite-shm"}) {
-        const QString source = corpusFolder() + "/" + name + "/" + file;
-        const QString target = folder + "/" + file;
-        QFile::remove(target);
-        if (!QFile::copy(source, target))
-            throw std::runtime_error(("cannot copy " + source).toStdString());
-        QFile::setPermissions(target, QFile::ReadOwner | QFile::WriteOwner);
-    }
-    return folder + "/Photos.sqlite";
+    return copyPhotosDatabase(corpusFolder() + "/" + name, folder);
 }
 
 std::unique_ptr<SQLiteDB> createPhotosDatabase(const QString& path)

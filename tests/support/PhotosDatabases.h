@@ -8,12 +8,26 @@
 
 #include <memory>
 #include <optional>
+#include <string>
 
-// The real Photos databases of the shared corpus, by folder name (osxphotos-13.0.0, …).
+// The real Photos databases the reader is tested against live outside the repository, in the
+// folder the build setting OMBRELO_CORPUS_DIR names. Tests that read them begin with
+// SKIP_WITHOUT_CORPUS(): without the folder they are skipped with one line that says how to run them.
+QString corpusFolder();
+bool corpusAvailable();
+std::string corpusMissing();
+#define SKIP_WITHOUT_CORPUS()                                                                                          \
+    if (!corpusAvailable())                                                                                            \
+    GTEST_SKIP() << corpusMissing()
+
+// The real Photos databases of the corpus, by folder name (osxphotos-13.0.0, …).
 QStringList corpusDatabaseNames();
 
-// Copies a corpus database with its -wal and -shm into `folder` (writable copies: opening the
-// originals for writing would fold their log into them) and returns the copy's Photos.sqlite.
+// Copies the Photos database files of `from` (those of `names` that exist) into `to` as writable
+// files (opening the originals for writing would fold their log into them); returns the copy's
+// Photos.sqlite.
+QString copyPhotosDatabase(const QString& from, const QString& to,
+                           const QStringList& names = {"Photos.sqlite", "Photos.sqlite-wal", "Photos.sqlite-shm"});
 QString copyCorpusDatabase(const QString& name, const QString& folder);
 
 // Creates a small Photos database in the current layout: Z_PRIMARYKEY with Asset=3,

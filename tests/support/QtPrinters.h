@@ -11,6 +11,9 @@
 inline void PrintTo(const QString& text, std::ostream* os) { *os << '"' << text.toStdString() << '"'; }
 inline void PrintTo(const QByteArray& bytes, std::ostream* os) { *os << '"' << bytes.toStdString() << '"'; }
 
+// A QString straight into a failure message: EXPECT_TRUE(…) << path;
+inline std::ostream& operator<<(std::ostream& os, const QString& text) { return os << text.toStdString(); }
+
 inline void PrintTo(const QStringList& list, std::ostream* os)
 {
     *os << '[';

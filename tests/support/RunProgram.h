@@ -5,6 +5,8 @@
 #include <QString>
 #include <QStringList>
 
+#include <ostream>
+
 // The outcome of running a program to its end.
 struct ProgramResult {
     int exitCode = -1; // -1 when it could not start, crashed or timed out
@@ -15,6 +17,12 @@ struct ProgramResult {
     // last line end aside, when it is empty).
     QStringList lines(const QString& prefix = {}) const;
 };
+
+// Into a failure message: EXPECT_EQ(run.exitCode, 0) << run;
+inline std::ostream& operator<<(std::ostream& os, const ProgramResult& result)
+{
+    return os << result.describe().toStdString();
+}
 
 // Runs a program (found on PATH or by path) with this process's environment or the one given,
 // waiting at most `timeoutSeconds`; a program still running then is killed.

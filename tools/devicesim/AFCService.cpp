@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cmath>
 #include <cstring>
 #include <dirent.h>
 #include <fcntl.h>
@@ -275,6 +276,12 @@ AFCService::Reply AFCService::readFile(uint64_t number, const QByteArray& argume
         return {sendStatus(number, Error::ioError), what + ": cannot read the file"};
     const uint64_t size = uint64_t(status.st_size);
     uint64_t length = file.position < size ? std::min({asked, size - file.position, kMaxRead}) : 0;
+    if (file.fault.endAfterBytes) {
+        const uint64_t end = *file.fault.endAfterBytes;
+        if (length > 0 && file.position >= end)
+            what += " (endAfterBytes)";
+        length = std::min(length, end - std::min(end, file.position));
+    }
     if (file.fault.read != 0) {
         if (file.position >= file.fault.readAfterBytes && length > 0)
             return {sendStatus(number, uint64_t(file.fault.read)),
@@ -283,6 +290,22 @@ AFCService::Reply AFCService::readFile(uint64_t number, const QByteArray& argume
     }
 
     const std::shared_ptr<const DeviceConfig> config = m_device.config();
+    // A read that would go past a stall point is answered up to it; the next read gets no answer.
+    auto holdBack = [&](const Stall& stall, uint64_t sent, bool& done, const QString& source) {
+        if (done)
+            return true;
+        const uint64_t left = stall.afterBytes - std::min(stall.afterBytes, sent);
+        if (left > 0) {
+            length = std::min(length, left);
+            return true;
+        }
+        done = true;
+        return this->stall(stall, what, source);
+    };
+    if ((file.fault.stall && !holdBack(*file.fault.stall, file.position, file.stalled, "failPaths")) ||
+        (config->faults.stall && !holdBack(*config->faults.stall, m_servedBytes, m_stalled, "stallAfterBytes")))
+        return {false, what + ": the connection ended during the stall"};
+
     uint64_t sendable = length;
     bool cut = false;
     if (config->faults.dropAfterBytes) {
@@ -334,6 +357,17 @@ AFCService::Reply AFCService::seekFile(uint64_t number, const QByteArray& argume
         return {sendStatus(number, Error::invalidArgument), what + ": before the start"};
     file.position = uint64_t(base + offset);
     return {sendStatus(number, 0), what + ": now at " + QString::number(file.position)};
+}
+
+bool AFCService::stall(const Stall& stall, const QString& what, const QString& source)
+{
+    Log::request(m_tag + " afc " + what + ": no answer " +
+                 (stall.seconds > 0 ? "for " + QString::number(stall.seconds) + " s" : QString("from now on")) + " (" +
+                 source + ")");
+    std::optional<std::chrono::milliseconds> limit;
+    if (stall.seconds > 0)
+        limit = std::chrono::milliseconds(std::llround(stall.seconds * 1000));
+    return !m_socket.waitForHangUp(limit);
 }
 
 bool AFCService::sendRange(int file, uint64_t offset, uint64_t length, uint64_t bytesPerSecond)

@@ -13,7 +13,8 @@
 // The phone's media file service (AFC), serving the device folder's media/ read-only.
 // Packets have a 40-byte little-endian header; replies echo the request's packet number.
 // File data goes out straight from the page cache, paced by the device's link when the
-// device.json asks for a slow link, and cut short when it asks for a pulled cable.
+// device.json asks for a slow link, cut short when it asks for a pulled cable, ended early for a
+// file read short, and held back for a phone that freezes.
 class AFCService {
 public:
     static constexpr uint16_t kPort = 49200;
@@ -29,6 +30,7 @@ private:
         QString path;
         uint64_t position = 0;
         PathFault fault;
+        bool stalled = false; // the path's stall has happened
     };
     struct Reply {
         bool keepGoing = true;
@@ -42,6 +44,8 @@ private:
     Reply openFile(uint64_t number, const QByteArray& arguments);
     Reply readFile(uint64_t number, const QByteArray& arguments);
     Reply seekFile(uint64_t number, const QByteArray& arguments);
+    // Stops answering, as a frozen phone does; false when the connection ended meanwhile.
+    bool stall(const Stall& stall, const QString& what, const QString& source);
 
     // Sends file bytes straight from the page cache, and the holes of a sparse file as zeros from
     // memory, so a multi-gigabyte sparse video costs neither memory nor cache. False when the
@@ -58,4 +62,5 @@ private:
     std::map<uint64_t, OpenFile> m_files;
     uint64_t m_nextHandle = 1;
     uint64_t m_servedBytes = 0;
+    bool m_stalled = false; // the device's stall has happened on this connection
 };

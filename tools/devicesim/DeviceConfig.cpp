@@ -49,6 +49,28 @@ std::optional<uint64_t> count(const QJsonObject& object, const QString& key, con
     return uint64_t(number);
 }
 
+double seconds(const QJsonObject& object, const QString& key, const QString& name)
+{
+    const QJsonValue value = object.value(key);
+    if (value.isUndefined())
+        return 0;
+    if (!value.isDouble() || value.toDouble() < 0 || value.toDouble() > 1.0e6)
+        throw ConfigError("\"" + name + "\" must be a number of seconds from 0 to 1000000.");
+    return value.toDouble();
+}
+
+// "stallAfterBytes" and "stallSeconds" of a faults object or of a path's object.
+std::optional<Stall> stall(const QJsonObject& object, const QString& prefix)
+{
+    const std::optional<uint64_t> after = count(object, "stallAfterBytes", prefix + "stallAfterBytes", 0);
+    if (!after) {
+        if (object.contains("stallSeconds"))
+            throw ConfigError("\"" + prefix + "stallSeconds\" needs \"" + prefix + "stallAfterBytes\".");
+        return std::nullopt;
+    }
+    return Stall{*after, seconds(object, "stallSeconds", prefix + "stallSeconds")};
+}
+
 int afcError(const QJsonObject& object, const QString& key, const QString& name)
 {
     const std::optional<uint64_t> value = count(object, key, name, 1);
@@ -62,13 +84,18 @@ PathFault pathFault(const QJsonValue& value, const QString& name)
     if (!value.isObject())
         throw ConfigError("\"" + name + "\" must be an object such as {\"open\": 10}.");
     const QJsonObject object = value.toObject();
-    rejectUnknownKeys(object, {"open", "read", "list", "readAfterBytes", "emptyListing"}, name + ".");
+    rejectUnknownKeys(
+        object,
+        {"open", "read", "list", "readAfterBytes", "emptyListing", "endAfterBytes", "stallAfterBytes", "stallSeconds"},
+        name + ".");
     PathFault fault;
     fault.open = afcError(object, "open", name + ".open");
     fault.read = afcError(object, "read", name + ".read");
     fault.list = afcError(object, "list", name + ".list");
     fault.readAfterBytes = count(object, "readAfterBytes", name + ".readAfterBytes", 0).value_or(0);
     fault.emptyListing = flag(object, "emptyListing", name + ".emptyListing");
+    fault.endAfterBytes = count(object, "endAfterBytes", name + ".endAfterBytes", 0);
+    fault.stall = stall(object, name + ".");
     return fault;
 }
 
@@ -82,7 +109,8 @@ DeviceConfig::Faults parseFaults(const QJsonValue& value)
     const QJsonObject object = value.toObject();
     rejectUnknownKeys(object,
                       {"lockdownError", "startServiceError", "deviceNameMissing", "productTypeMissing",
-                       "productVersionMissing", "failPaths", "dropAfterBytes", "bytesPerSecond"},
+                       "productVersionMissing", "failPaths", "dropAfterBytes", "stallAfterBytes", "stallSeconds",
+                       "bytesPerSecond"},
                       "faults.");
     faults.lockdownError = text(object, "lockdownError", "faults.lockdownError", {});
     faults.startServiceError = text(object, "startServiceError", "faults.startServiceError", {});
@@ -90,6 +118,7 @@ DeviceConfig::Faults parseFaults(const QJsonValue& value)
     faults.productTypeMissing = flag(object, "productTypeMissing", "faults.productTypeMissing");
     faults.productVersionMissing = flag(object, "productVersionMissing", "faults.productVersionMissing");
     faults.dropAfterBytes = count(object, "dropAfterBytes", "faults.dropAfterBytes", 0);
+    faults.stall = stall(object, "faults.");
     faults.bytesPerSecond = count(object, "bytesPerSecond", "faults.bytesPerSecond", 1).value_or(0);
 
     const QJsonValue paths = object.value("failPaths");

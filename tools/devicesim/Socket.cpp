@@ -1,6 +1,8 @@
 #include "Socket.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <poll.h>
 #include <sys/sendfile.h>
 #include <sys/socket.h>
 #include <sys/uio.h>
@@ -81,4 +83,26 @@ bool Socket::sendFile(int file, off_t offset, size_t length)
         length -= size_t(n);
     }
     return true;
+}
+
+bool Socket::waitForHangUp(std::optional<std::chrono::milliseconds> limit)
+{
+    using Clock = std::chrono::steady_clock;
+    const auto deadline = limit ? Clock::now() + *limit : Clock::time_point::max();
+    for (;;) {
+        int timeout = -1;
+        if (limit) {
+            const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
+            if (left <= 0)
+                return false;
+            timeout = int(std::min<long long>(left, 60'000));
+        }
+        // Only the hang-up is asked for: a request that arrives is no reason to wake.
+        pollfd fd{m_fd, POLLRDHUP, 0};
+        const int ready = ::poll(&fd, 1, timeout);
+        if (ready < 0 && errno != EINTR)
+            return true;
+        if (ready > 0)
+            return true;
+    }
 }

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
+#include <optional>
 #include <sys/types.h>
 
 // An owned stream socket (or any file descriptor) with the whole-message reads and writes the
@@ -26,6 +28,9 @@ public:
     bool writeAll(const void* head, size_t headLength, const void* body, size_t bodyLength);
     // Sends `length` bytes of `file` from `offset` without copying them through user space.
     bool sendFile(int file, off_t offset, size_t length);
+    // Waits without reading until the other end hangs up or the socket is shut down (true), or
+    // until `limit` has passed (false); data that arrives meanwhile stays unread.
+    bool waitForHangUp(std::optional<std::chrono::milliseconds> limit);
 
 private:
     int m_fd = -1;

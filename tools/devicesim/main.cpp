@@ -58,9 +58,20 @@ device.json (only "udid" is required; an unknown key is an error that names it):
                               "/DCIM/101APPLE": {"list": 10}}
                              "open" fails opening the file, "read" fails reading it (after
                              "readAfterBytes" bytes, default 0), "list" fails listing a folder;
-                             "emptyListing": true answers a listing with nothing at all
+                             "emptyListing": true answers a listing with nothing at all;
+                             "endAfterBytes": N, reads report the end of the file after N
+                             bytes while its size stays the full one (a read cut short);
+                             "stallAfterBytes": N, the phone freezes once N bytes of the
+                             file have gone out, for each opening of the file (below)
     "dropAfterBytes"         an AFC connection is cut once it has served this many file bytes,
                              mid-reply, as when the cable is pulled
+    "stallAfterBytes"        an AFC connection freezes once it has served this many file
+                             bytes: the read that would go further gets no answer, nor does
+                             anything after it on that connection, while the connection
+                             stays open; other connections and phones are still answered
+    "stallSeconds"           how long a freeze lasts, beside either "stallAfterBytes"
+                             (seconds, fractions allowed); 0 or absent: until the client
+                             hangs up or the simulator stops
     "bytesPerSecond"         the link's speed, shared by all connections of the device
                              (40000000 is about USB 2)
 

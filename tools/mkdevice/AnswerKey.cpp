@@ -68,6 +68,7 @@ QByteArray AnswerKey::toJson(const Generation& generation, const PhoneContent& c
             files << entry;
         }
         item["files"] = files;
+        item["thumbnail"] = asset.thumbnail ? QJsonValue(asset.thumbnail->devicePath) : QJsonValue(QJsonValue::Null);
         assets << item;
     }
 

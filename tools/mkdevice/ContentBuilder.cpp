@@ -1,5 +1,7 @@
 #include "ContentBuilder.h"
 
+#include "ThumbnailMaker.h"
+
 #include <QDateTime>
 
 #include <algorithm>
@@ -650,11 +652,9 @@ void ContentBuilder::addFiles(PhoneAsset& asset, const Recipe& recipe, const Pho
     }
     asset.fileSize = original.sparseSize;
 
-    MediaFile thumbnail = file({}, "/PhotoData/Thumbnails/V2/" + asset.directory + "/" + asset.filename + "/5005.JPG",
-                               FileFormat::thumbnail, random.between(18000, 48000), 0xFF);
-    thumbnail.width = 80;
-    thumbnail.height = 60;
-    asset.thumbnail = thumbnail;
+    const MediaFile thumbnail = file({}, {}, FileFormat::thumbnail, random.between(18000, 48000), 0xFF);
+    if (m_options.thumbnails != ThumbnailNames::none)
+        asset.thumbnail = ThumbnailMaker::describe(thumbnail, asset, m_options.thumbnails, m_options.seed);
     if (!asset.onDevice)
         return;
 
@@ -790,7 +790,7 @@ void ContentBuilder::addUnknownFiles(PhoneContent& content)
     MediaFile configuration;
     configuration.devicePath = "/PhotoData/Thumbnails/thumbnailConfiguration";
     configuration.format = FileFormat::configuration;
-    configuration.contentKey = uint64_t(1) << 61;
+    configuration.contentKey = m_options.thumbnails == ThumbnailNames::only5003 ? 5003 : 5005;
     configuration.date = kFirstDate - 86400.0 * 30;
     content.otherFiles << configuration;
 }

@@ -76,9 +76,7 @@ void DeviceFolderWriter::write()
         for (PhoneAsset& asset : content.assets) {
             for (MediaFile& file : asset.files)
                 list << &file;
-            // A hundred thousand thumbnails would double the files and add as many folders;
-            // sparse phones are for measuring transfers, so they go without.
-            if (asset.thumbnail && m_options.files == FilesMode::real)
+            if (asset.thumbnail)
                 list << &*asset.thumbnail;
         }
         for (MediaFile& file : content.unknownFiles)

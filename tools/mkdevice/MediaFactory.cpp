@@ -1,16 +1,18 @@
 #include "MediaFactory.h"
 
 #include "DeterministicRandom.h"
+#include "ImageEncoding.h"
 
-#include <QBuffer>
 #include <QColor>
 #include <QImage>
-#include <QImageWriter>
 
 #include <plist/plist.h>
 
 #include <memory>
 #include <stdexcept>
+
+using ImageEncoding::encode;
+using ImageEncoding::withComment;
 
 namespace {
 
@@ -89,32 +91,6 @@ QImage picture(uint64_t key, int width, int height)
     return image;
 }
 
-QByteArray encode(const QImage& image, const char* format, int quality)
-{
-    QByteArray bytes;
-    QBuffer buffer(&bytes);
-    buffer.open(QIODevice::WriteOnly);
-    QImageWriter writer(&buffer, format);
-    writer.setQuality(quality);
-    if (!writer.write(image))
-        throw std::runtime_error("could not encode an image as " + std::string(format) + ": " +
-                                 writer.errorString().toStdString());
-    return bytes;
-}
-
-// A comment segment makes the bytes unique even when two pictures look the same. It goes
-// after the JFIF header, which must follow the start marker directly.
-QByteArray withComment(const QByteArray& jpeg, uint64_t key)
-{
-    const QByteArray text = "ombrelo-mkdevice " + QByteArray::number(qulonglong(key), 16);
-    QByteArray segment = QByteArray::fromHex("FFFE");
-    put16(segment, uint32_t(text.size() + 2));
-    qsizetype at = 2;
-    if (jpeg.size() > 6 && uchar(jpeg[2]) == 0xFF && uchar(jpeg[3]) == 0xE0)
-        at = 4 + (qsizetype(uchar(jpeg[4])) << 8 | uchar(jpeg[5]));
-    return jpeg.left(at) + segment + text + jpeg.mid(at);
-}
-
 QSize pictureSize(const MediaFile& file, int longSide)
 {
     if (file.width <= 0 || file.height <= 0)
@@ -161,15 +137,17 @@ PlistPtr adjustmentDictionary(const MediaFile& file)
 
 bool MediaFactory::isAlwaysComplete(FileFormat format)
 {
-    return format == FileFormat::aae || format == FileFormat::adjustments || format == FileFormat::configuration;
+    return format == FileFormat::aae || format == FileFormat::adjustments || format == FileFormat::configuration ||
+           format == FileFormat::thumbnail;
 }
 
 QByteArray MediaFactory::contents(const MediaFile& file, FilesMode mode)
 {
     switch (file.format) {
     case FileFormat::jpeg:
-    case FileFormat::thumbnail:
         return jpeg(file, mode);
+    case FileFormat::thumbnail:
+        return m_thumbnails.contents(file);
     case FileFormat::png:
         return png(file, mode);
     case FileFormat::heic:
@@ -181,7 +159,7 @@ QByteArray MediaFactory::contents(const MediaFile& file, FilesMode mode)
     case FileFormat::adjustments:
         return adjustments(file);
     case FileFormat::configuration:
-        return configuration();
+        return configuration(file);
     }
     return {};
 }
@@ -193,11 +171,8 @@ QByteArray MediaFactory::jpeg(const MediaFile& file, FilesMode mode)
             m_sparseJpegTemplate = encode(picture(0x0B5E11, 64, 48), "jpeg", 80);
         return withComment(m_sparseJpegTemplate, file.contentKey);
     }
-    // A thumbnail shows the same picture as its item's original.
-    const uint64_t pictureKey =
-        file.format == FileFormat::thumbnail ? (file.contentKey & ~uint64_t(0xFF)) | 1 : file.contentKey;
-    const QSize size = file.format == FileFormat::thumbnail ? QSize(file.width, file.height) : pictureSize(file, 96);
-    return withComment(encode(picture(pictureKey, size.width(), size.height()), "jpeg", 85), file.contentKey);
+    const QSize size = pictureSize(file, 96);
+    return withComment(encode(picture(file.contentKey, size.width(), size.height()), "jpeg", 85), file.contentKey);
 }
 
 QByteArray MediaFactory::png(const MediaFile& file, FilesMode mode)
@@ -390,9 +365,9 @@ QByteArray MediaFactory::adjustments(const MediaFile& file)
     return serialise(adjustmentDictionary(file).get(), true);
 }
 
-QByteArray MediaFactory::configuration()
+QByteArray MediaFactory::configuration(const MediaFile& file)
 {
     PlistPtr dict(plist_new_dict(), &plist_free);
-    plist_dict_set_item(dict.get(), "PLThumbnailManagerThumbnailFormatKey", plist_new_uint(5005));
+    plist_dict_set_item(dict.get(), "PLThumbnailManagerThumbnailFormatKey", plist_new_uint(file.contentKey));
     return serialise(dict.get(), true);
 }

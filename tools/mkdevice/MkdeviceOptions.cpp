@@ -31,6 +31,19 @@ FilesMode parseFilesMode(const QString& value)
     throw usage(QStringLiteral("--files takes none, sparse or real, not “%1”.").arg(value));
 }
 
+ThumbnailNames parseThumbnails(const QString& value)
+{
+    if (value == "5005")
+        return ThumbnailNames::only5005;
+    if (value == "5003")
+        return ThumbnailNames::only5003;
+    if (value == "mixed")
+        return ThumbnailNames::mixed;
+    if (value == "none")
+        return ThumbnailNames::none;
+    throw usage(QStringLiteral("--thumbnails takes 5005, 5003, mixed or none, not “%1”.").arg(value));
+}
+
 QString udidFromSeed(uint64_t seed)
 {
     DeterministicRandom random(seed ^ 0x0DEF1CE5EEDull);
@@ -43,8 +56,9 @@ MkdeviceOptions MkdeviceOptions::parse(const QStringList& arguments)
 {
     MkdeviceOptions options;
     std::optional<int> albums;
-    const QStringList valued = {"--generation", "--assets",       "--albums",  "--seed",       "--name",
-                                "--udid",       "--product-type", "--version", "--answer-key", "--files"};
+    std::optional<ThumbnailNames> thumbnails;
+    const QStringList valued = {"--generation",   "--assets",  "--albums",     "--seed",  "--name",      "--udid",
+                                "--product-type", "--version", "--answer-key", "--files", "--thumbnails"};
 
     for (int i = 0; i < arguments.size(); ++i) {
         QString argument = arguments[i];
@@ -115,6 +129,8 @@ MkdeviceOptions MkdeviceOptions::parse(const QStringList& arguments)
             options.answerKeyPath = value;
         } else if (option == "--files") {
             options.files = parseFilesMode(value);
+        } else if (option == "--thumbnails") {
+            thumbnails = parseThumbnails(value);
         }
     }
 
@@ -140,6 +156,10 @@ MkdeviceOptions MkdeviceOptions::parse(const QStringList& arguments)
     if (options.udid.isEmpty())
         options.udid = udidFromSeed(options.seed);
     options.albums = albums.value_or(defaultAlbums(options.assets));
+    if (options.files == FilesMode::none && thumbnails.value_or(ThumbnailNames::none) != ThumbnailNames::none)
+        throw usage(QStringLiteral("--thumbnails needs media files; --files none writes the database only."));
+    options.thumbnails =
+        thumbnails.value_or(options.files == FilesMode::real ? ThumbnailNames::only5005 : ThumbnailNames::none);
     return options;
 }
 
@@ -167,6 +187,11 @@ Options:
                      sparse: realistic sizes (stills 1-5 MB, videos tens of MB) as
                      sparse files that take little disk, and no thumbnails;
                      none: the Photos database only
+  --thumbnails T     the name of each item's ready-made thumbnail (a 480-pixel picture)
+                     in PhotoData/Thumbnails/V2/<folder>/<file>/: 5005 (5005.JPG,
+                     the default with real files), 5003 (5003.JPG, as some phones
+                     keep them), mixed (one item in four 5003.JPG, chosen from the
+                     seed) or none (the default with sparse files)
   --answer-key FILE  also write what the phone holds, as JSON, for tests (with
                      sparse files every byte is hashed, which takes time at scale)
   -h, --help         show this text

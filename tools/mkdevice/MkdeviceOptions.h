@@ -13,6 +13,15 @@ enum class FilesMode {
     real,   // small, complete, openable files
 };
 
+// The name each item's ready-made thumbnail is kept under, in
+// PhotoData/Thumbnails/V2/<directory>/<filename>/.
+enum class ThumbnailNames {
+    none,     // no thumbnails
+    only5005, // 5005.JPG, as most phones keep them
+    only5003, // 5003.JPG, as some phones keep them
+    mixed,    // about one item in four 5003.JPG, the others 5005.JPG
+};
+
 // The command line of ombrelo-mkdevice, checked.
 struct MkdeviceOptions {
     QString outputFolder;
@@ -26,6 +35,7 @@ struct MkdeviceOptions {
     QString version;
     QString answerKeyPath;
     FilesMode files = FilesMode::real;
+    ThumbnailNames thumbnails = ThumbnailNames::only5005; // resolved: none unless files are real or asked for
     bool help = false;
 
     // Parses the arguments (without the program name) and fills in the defaults that depend on

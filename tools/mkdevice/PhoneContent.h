@@ -16,13 +16,15 @@ struct MediaFile {
     QString component;
     QString devicePath; // absolute on the device: "/DCIM/100APPLE/IMG_0001.HEIC"
     FileFormat format = FileFormat::jpeg;
-    // Files with the same key have the same bytes (a picture imported twice).
+    // Files with the same key have the same bytes (a picture imported twice). For the thumbnail
+    // configuration: the thumbnail format it names (5005 or 5003).
     uint64_t contentKey = 0;
     int64_t sparseSize = 0; // its size with --files sparse
     int width = 0;
     int height = 0;
     double duration = 0;
-    double date = 0; // seconds since 2001-01-01, the file's modification time
+    double date = 0;         // seconds since 2001-01-01, the file's modification time
+    bool showsVideo = false; // a thumbnail of a video
 
     // Filled in when the file is written and the answer key wants them.
     std::optional<QByteArray> sha256;

@@ -106,7 +106,7 @@ TEST(BackupEngineLookahead, AFileThatCannotBeWrittenFailsItsOwnAssetAndItsOtherF
     const BackupPlan plan(phone.library, {});
     TempDir dir;
     writeFile(dir.filePath("Albums/Beach"), "a file where the album's folder would go");
-    const auto before = folderState(dir.path());
+    const FolderSnapshot before = FolderSnapshot::take(dir.path());
     Manifest manifest(dir.path());
 
     // The video's download starts before the still fails to be written, and is then not used.
@@ -118,9 +118,9 @@ TEST(BackupEngineLookahead, AFileThatCannotBeWrittenFailsItsOwnAssetAndItsOtherF
     EXPECT_EQ(fileRows(manifest, false).size(), 1);
 
     // Nothing of the failed asset anywhere: the folder holds what it held, plus B.
-    auto after = folderState(dir.path(), kManifestFiles);
-    EXPECT_EQ(after.take("Albums/Trips/IMG_0002.JPG").left(64), hashOf("second"));
-    after.remove("Albums/Trips");
+    FolderSnapshot after = backupFolder(dir.path());
+    EXPECT_EQ(after.files.take("Albums/Trips/IMG_0002.JPG").sha256, sha256Of("second"));
+    after.others.remove("Albums/Trips");
     EXPECT_EQ(after, before);
     EXPECT_THAT(inconsistencies(dir.path()), IsEmpty());
 }
@@ -168,6 +168,6 @@ TEST(BackupEngineLookahead, CancellingStopsTheDownloadRunningAhead)
     EXPECT_EQ(run.progress.last().assetsDone, 0);
     EXPECT_EQ(run.progress.last().assetsTotal, 2);
     EXPECT_THAT(run.log, ElementsAre("Copied Camera Roll/IMG_0001.JPG"));
-    EXPECT_THAT(folderState(dir.path(), kManifestFiles).keys(), ElementsAre("Camera Roll", "Camera Roll/IMG_0001.JPG"));
+    EXPECT_EQ(backupFolder(dir.path()).files.keys(), QStringList{"Camera Roll/IMG_0001.JPG"});
     EXPECT_EQ(fileRows(manifest, false).size(), 1);
 }

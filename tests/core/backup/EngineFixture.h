@@ -4,19 +4,17 @@
 // a backup folder with a real manifest, and readers of what a backup left on disk.
 
 #include "FakeMediaSource.h"
+#include "FolderSnapshot.h"
 #include "QtPrinters.h"
 #include "TempDir.h"
 #include "backup/BackupEngine.h"
 #include "backup/Manifest.h"
 #include "checks/BackupVerifier.h"
 #include "device/MediaSourceError.h"
-#include "device/StreamingHasher.h"
 #include "library/PhotoLibrary.h"
 #include "library/SQLiteDB.h"
 #include "plan/BackupPlan.h"
 
-#include <QDir>
-#include <QDirIterator>
 #include <QFile>
 #include <QFileInfo>
 #include <QMap>
@@ -147,40 +145,14 @@ inline BackupOptions options(const QStringList& ids, bool dryRun = false)
     return o;
 }
 
-inline QString hashOf(const QByteArray& data)
+// Everything in a backup folder (FolderSnapshot) but the manifest and its journal.
+inline FolderSnapshot backupFolder(const QString& root)
 {
-    StreamingHasher hasher;
-    hasher.update(data.constData(), size_t(data.size()));
-    return hasher.finish().sha256;
+    FolderSnapshot snapshot = FolderSnapshot::take(root);
+    snapshot.files.remove(Manifest::fileName);
+    snapshot.files.remove(Manifest::fileName + "-journal");
+    return snapshot;
 }
-
-// Every entry below `root` (links not followed): path → content hash and modification time for
-// files, "folder" for folders, the target for links. `skip` names entries left out (by file name).
-inline QMap<QString, QString> folderState(const QString& root, const QStringList& skip = {})
-{
-    QMap<QString, QString> state;
-    QDirIterator it(root, QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
-                    QDirIterator::Subdirectories);
-    while (it.hasNext()) {
-        it.next();
-        const QFileInfo info = it.fileInfo();
-        if (skip.contains(info.fileName()))
-            continue;
-        const QString relative = QDir(root).relativeFilePath(info.filePath());
-        if (info.isSymLink())
-            state[relative] = "link to " + info.symLinkTarget();
-        else if (info.isDir())
-            state[relative] = "folder";
-        else if (info.isFile())
-            state[relative] =
-                sha256OfFile(info.filePath()).sha256 + " " + QString::number(info.lastModified().toMSecsSinceEpoch());
-        else
-            state[relative] = "special";
-    }
-    return state;
-}
-
-inline const QStringList kManifestFiles{Manifest::fileName, Manifest::fileName + "-journal"};
 
 // The manifest's file rows, one text per row in key order. `withStatus` false leaves out how a row
 // came about (copied or adopted) and when, which an interrupted run may change.

@@ -3,23 +3,11 @@
 #include "QtPrinters.h"
 #include "TempDir.h"
 #include "device/MediaSourceError.h"
-#include "device/StreamingHasher.h"
 
 #include <gtest/gtest.h>
 
 #include <QDir>
 #include <QFileInfo>
-
-namespace {
-
-QString hashOf(const QByteArray& data)
-{
-    StreamingHasher hasher;
-    hasher.update(data.constData(), size_t(data.size()));
-    return hasher.finish().sha256;
-}
-
-} // namespace
 
 TEST(SourceQueue, DownloadsInTheOrderAddedAndLeavesNoUnwantedFile)
 {
@@ -38,9 +26,9 @@ TEST(SourceQueue, DownloadsInTheOrderAddedAndLeavesNoUnwantedFile)
         queue.download("/e", dir.filePath("e")); // never taken
         queue.drop(b);
 
-        EXPECT_EQ(queue.takeDownload(a), (DownloadResult{hashOf("aaa"), 3}));
+        EXPECT_EQ(queue.takeDownload(a), (DownloadResult{sha256Of("aaa"), 3}));
         EXPECT_EQ(readFile(dir.filePath("a")), "aaa");
-        EXPECT_EQ(queue.takeDownload(c)->sha256, hashOf("ccc"));
+        EXPECT_EQ(queue.takeDownload(c)->sha256, sha256Of("ccc"));
         EXPECT_FALSE(QFileInfo::exists(dir.filePath("b"))); // dropped: not fetched, or removed once fetched
         try {
             queue.takeDownload(missing);
@@ -70,7 +58,7 @@ TEST(SourceQueue, ADownloadWaitedForStartsEvenWhenFinishedOnesAreWaiting)
     // "a" fills the one place for finished downloads, yet "c" is fetched when asked for, and
     // listings never wait for room.
     EXPECT_EQ(queue.takeListing(queue.list("/")).size(), 3);
-    EXPECT_EQ(queue.takeDownload(c)->sha256, hashOf("ccc"));
-    EXPECT_EQ(queue.takeDownload(a)->sha256, hashOf("aaa"));
-    EXPECT_EQ(queue.takeDownload(b)->sha256, hashOf("bbb"));
+    EXPECT_EQ(queue.takeDownload(c)->sha256, sha256Of("ccc"));
+    EXPECT_EQ(queue.takeDownload(a)->sha256, sha256Of("aaa"));
+    EXPECT_EQ(queue.takeDownload(b)->sha256, sha256Of("bbb"));
 }

@@ -7,7 +7,6 @@
 
 #include <QDir>
 #include <QFile>
-#include <QRandomGenerator>
 #include <QRegularExpression>
 
 #include <gtest/gtest.h>
@@ -17,22 +16,6 @@
 #include <thread>
 
 namespace {
-
-QByteArray randomBytes(qsizetype size)
-{
-    QByteArray bytes(size, Qt::Uninitialized);
-    QRandomGenerator generator{uint(size)};
-    for (qsizetype i = 0; i < size; ++i)
-        bytes[i] = char(generator.generate() & 0xFF);
-    return bytes;
-}
-
-QString sha256(const QByteArray& bytes)
-{
-    StreamingHasher hasher;
-    hasher.update(bytes.constData(), size_t(bytes.size()));
-    return hasher.finish().sha256;
-}
 
 // Peak resident memory of a process in KiB, from /proc.
 qint64 peakResidentKiB(const QString& pid = "self")
@@ -106,7 +89,7 @@ TEST(AFCDevice, AfcErrorsHaveTheirTexts)
                                                {"/Confused", QJsonObject{{"emptyListing", true}}}}}};
     const QString folder = writeDeviceFolder(dir.filePath("phone"), faulty,
                                              {{"/DCIM/100APPLE/IMG_0002.HEIC", "heic"},
-                                              {"/DCIM/100APPLE/IMG_0003.MOV", randomBytes(3 << 20)},
+                                              {"/DCIM/100APPLE/IMG_0003.MOV", randomBytes(3 << 20, 1)},
                                               {"/DCIM/100APPLE/IMG_0004.JPG", "jpeg"},
                                               {"/DCIM/101APPLE/IMG_0101.JPG", "jpeg"}});
     QDir().mkpath(folder + "/media/Empty");
@@ -157,8 +140,8 @@ TEST(AFCDevice, AfcErrorsHaveTheirTexts)
 TEST(AFCDevice, TransfersAreExactAtEveryBoundary)
 {
     TempDir dir;
-    const QByteArray exactlyOneMiB = randomBytes(kTransferChunkSize);
-    const QByteArray unaligned = randomBytes(2 * kTransferChunkSize + 12345);
+    const QByteArray exactlyOneMiB = randomBytes(kTransferChunkSize, 1);
+    const QByteArray unaligned = randomBytes(2 * kTransferChunkSize + 12345, 2);
     const QString folder = writeDeviceFolder(dir.filePath("phone"), simulatedPhone(1),
                                              {{"/empty.dat", {}},
                                               {"/DCIM/100APPLE/ONE.MOV", exactlyOneMiB},
@@ -174,12 +157,12 @@ TEST(AFCDevice, TransfersAreExactAtEveryBoundary)
     // An existing destination is replaced.
     writeFile(dir.filePath("one"), QByteArray(5 << 20, 'x'));
     const DownloadResult one = device.download("/DCIM/100APPLE/ONE.MOV", dir.filePath("one"));
-    EXPECT_EQ(one, (DownloadResult{sha256(exactlyOneMiB), kTransferChunkSize}));
+    EXPECT_EQ(one, (DownloadResult{sha256Of(exactlyOneMiB), kTransferChunkSize}));
     EXPECT_EQ(readFile(dir.filePath("one")), exactlyOneMiB);
     EXPECT_EQ(sha256OfFile(dir.filePath("one")), one);
 
     const DownloadResult odd = device.download("/DCIM/100APPLE/Été à Zürich.JPG", dir.filePath("odd"));
-    EXPECT_EQ(odd, (DownloadResult{sha256(unaligned), uint64_t(unaligned.size())}));
+    EXPECT_EQ(odd, (DownloadResult{sha256Of(unaligned), uint64_t(unaligned.size())}));
     EXPECT_EQ(readFile(dir.filePath("odd")), unaligned);
     EXPECT_EQ(device.readFile("/DCIM/100APPLE/Été à Zürich.JPG"), unaligned);
     EXPECT_EQ(device.readFile("/empty.dat"), QByteArray());
@@ -217,8 +200,8 @@ TEST(AFCDevice, MultiGigabyteSparseFileStreamsWithFlatMemory)
 TEST(AFCDevice, ThreadsTakeTurnsOnOneDeviceChunkByChunk)
 {
     TempDir dir;
-    const QByteArray first = randomBytes(8 << 20);
-    const QByteArray second = randomBytes((8 << 20) + 1);
+    const QByteArray first = randomBytes(8 << 20, 3);
+    const QByteArray second = randomBytes((8 << 20) + 1, 4);
     SimulatedPhone slow = simulatedPhone(1);
     slow.faults = {{"bytesPerSecond", 10000000}}; // the videos take 1.7 s, a turn 0.1 s
     const QString folder =
@@ -249,7 +232,7 @@ TEST(AFCDevice, ThreadsTakeTurnsOnOneDeviceChunkByChunk)
     EXPECT_EQ(videosDone, 0) << "the thumbnails waited for a whole video";
     one.join();
     two.join();
-    EXPECT_EQ(a, (DownloadResult{sha256(first), uint64_t(first.size())}));
-    EXPECT_EQ(b, (DownloadResult{sha256(second), uint64_t(second.size())}));
+    EXPECT_EQ(a, (DownloadResult{sha256Of(first), uint64_t(first.size())}));
+    EXPECT_EQ(b, (DownloadResult{sha256Of(second), uint64_t(second.size())}));
     EXPECT_EQ(readFile(dir.filePath("b")), second);
 }

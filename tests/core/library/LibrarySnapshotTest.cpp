@@ -77,17 +77,19 @@ QStringList quickCheck(const QString& path)
 
 TEST(LibrarySnapshot, FetchWithoutLogFiles)
 {
+    SKIP_WITHOUT_CORPUS();
     TempDir scratch;
     ScriptedSource device;
     serveCorpus(device, "osxphotos-13.0.0", {"Photos.sqlite"}, scratch);
     const PhotoLibrary library = LibrarySnapshot::fetch(device, scratch.filePath("copy"), 3);
     EXPECT_EQ(library.assets.size(), 16);
     EXPECT_EQ(device.calls("/PhotoData/Photos.sqlite"), 1);
-    EXPECT_EQ(device.calls("/PhotoData/Photos.sqlite-shm"), 1);
+    EXPECT_EQ(device.calls("/PhotoData/Photos.sqlite-shm"), 0) << "a log file the device lacks is not asked for";
 }
 
 TEST(LibrarySnapshot, FetchFailsAfterTheLastAttempt)
 {
+    SKIP_WITHOUT_CORPUS();
     TempDir scratch;
     ScriptedSource empty;
     try {
@@ -114,6 +116,7 @@ TEST(LibrarySnapshot, FetchFailsAfterTheLastAttempt)
 
 TEST(LibrarySnapshot, FetchTriesAgainFromTheStart)
 {
+    SKIP_WITHOUT_CORPUS();
     TempDir scratch;
     ScriptedSource device;
     serveCorpus(device, "osxphotos-26.1", LibrarySnapshot::deviceFiles(), scratch);
@@ -133,6 +136,7 @@ TEST(LibrarySnapshot, FetchTriesAgainFromTheStart)
 
 TEST(LibrarySnapshot, IntegrityCheckReportsTheLastProblem)
 {
+    SKIP_WITHOUT_CORPUS();
     TempDir scratch;
     const QString intact = copyCorpusDatabase("osxphotos-15.4.1", scratch.filePath("intact"));
     EXPECT_NO_THROW(LibrarySnapshot::checkIntegrity(intact));

@@ -1,8 +1,8 @@
 #include "PhoneBackup.h"
+#include "PhotosDatabases.h"
 #include "library/PhotoLibrary.h"
 
-#include <QDir>
-#include <QFile>
+#include <QFileInfo>
 
 #include <gtest/gtest.h>
 
@@ -12,29 +12,17 @@ namespace {
 
 class GenerationTest : public testing::TestWithParam<const char*> {};
 
-// Copies the database files whose names are given, as a fetch would.
-QString copy(const QString& from, const QString& to, const QStringList& names)
-{
-    QDir().mkpath(to);
-    for (const QString& name : names) {
-        QFile::copy(from + "/" + name, to + "/" + name);
-        QFile::setPermissions(to + "/" + name, QFile::ReadOwner | QFile::WriteOwner);
-    }
-    return to + "/Photos.sqlite";
-}
-
 TEST_P(GenerationTest, ReadsWhatThePhoneHolds)
 {
     TempDir dir;
-    const ProgramResult made = runProgram(OMBRELO_BIN_DIR "/ombrelo-mkdevice",
-                                          {dir.filePath("phone"), "--generation", GetParam(), "--assets", "60",
-                                           "--files", "none", "--answer-key", dir.filePath("key.json")});
-    ASSERT_EQ(made.exitCode, 0) << made.describe().toStdString();
+    const ProgramResult made =
+        makePhone(dir.filePath("phone"), {"--generation", GetParam(), "--assets", "60", "--files", "none",
+                                          "--answer-key", dir.filePath("key.json")});
+    ASSERT_EQ(made.exitCode, 0) << made;
     const PhoneAnswerKey key = PhoneAnswerKey::read(dir.filePath("key.json"));
     const QString device = dir.filePath("phone/media/PhotoData");
-    const QStringList files{"Photos.sqlite", "Photos.sqlite-wal", "Photos.sqlite-shm"};
     ASSERT_GT(QFileInfo(device + "/Photos.sqlite-wal").size(), 0) << "the phone keeps recent changes in its log";
-    const PhotoLibrary library = PhotoLibrary::load(copy(device, dir.filePath("copy"), files));
+    const PhotoLibrary library = PhotoLibrary::load(copyPhotosDatabase(device, dir.filePath("copy")));
 
     QHash<int64_t, LibraryAsset> assets;
     for (const LibraryAsset& asset : library.assets)
@@ -81,7 +69,7 @@ TEST_P(GenerationTest, ReadsWhatThePhoneHolds)
     EXPECT_EQ(membership, expectedMembership);
 
     // Without its log the same database misses the latest changes.
-    const PhotoLibrary stale = PhotoLibrary::load(copy(device, dir.filePath("stale"), {"Photos.sqlite"}));
+    const PhotoLibrary stale = PhotoLibrary::load(copyPhotosDatabase(device, dir.filePath("stale"), {"Photos.sqlite"}));
     EXPECT_LT(stale.assets.size(), library.assets.size());
     EXPECT_LT(stale.albums.size(), library.albums.size());
 }

@@ -56,43 +56,32 @@ class CorpusTest : public testing::TestWithParam<CorpusCounts> {};
 
 TEST_P(CorpusTest, CountsAlbumsAndMembership)
 {
-    const CorpusCounts& expected = GetParam();
+    SKIP_WITHOUT_CORPUS();
+    const CorpusCounts& e = GetParam();
     TempDir dir;
-    const PhotoLibrary library = PhotoLibrary::load(copyCorpusDatabase(expected.name, dir.path()));
+    const PhotoLibrary library = PhotoLibrary::load(copyCorpusDatabase(e.name, dir.path()));
 
-    const auto count = [&](auto predicate) {
-        return int(std::count_if(library.assets.cbegin(), library.assets.cend(), predicate));
-    };
-    EXPECT_EQ(library.assets.size(), expected.assets);
-    EXPECT_EQ(count([](const LibraryAsset& a) { return a.isTrashed; }), expected.trashed);
-    EXPECT_EQ(count([](const LibraryAsset& a) { return a.isHidden; }), expected.hidden);
-    EXPECT_EQ(count([](const LibraryAsset& a) { return a.isVideo; }), expected.videos);
-    EXPECT_EQ(count([](const LibraryAsset& a) { return a.isLivePhoto(); }), expected.livePhotos);
-    EXPECT_EQ(count([](const LibraryAsset& a) { return a.hasAdjustments; }), expected.edited);
-    // Every asset of these libraries has its original name recorded.
-    EXPECT_EQ(count([](const LibraryAsset& a) { return a.originalFilename.has_value(); }), expected.assets);
-
-    const auto folders =
-        std::count_if(library.albums.cbegin(), library.albums.cend(), [](const LibraryAlbum& a) { return a.isFolder; });
-    EXPECT_EQ(library.albums.size() - folders, expected.albums);
-    EXPECT_EQ(folders, expected.folders);
+    int trashed = 0, hidden = 0, videos = 0, live = 0, edited = 0, named = 0, folders = 0, members = 0, strangers = 0;
+    QSet<int64_t> keys;
+    for (const LibraryAsset& a : library.assets) {
+        trashed += a.isTrashed, hidden += a.isHidden, videos += a.isVideo, live += a.isLivePhoto();
+        edited += a.hasAdjustments, named += a.originalFilename.has_value();
+        keys.insert(a.pk);
+    }
+    for (const LibraryAlbum& album : library.albums)
+        folders += album.isFolder;
+    for (auto it = library.membership.cbegin(); it != library.membership.cend(); ++it)
+        for (int64_t asset : *it)
+            members += 1, strangers += !keys.contains(asset);
+    // Every asset of these libraries has its original name recorded; every member is an asset.
+    EXPECT_EQ((QList<qsizetype>{library.assets.size(), trashed, hidden, videos, live, edited, named,
+                                library.albums.size() - folders, folders, members, strangers}),
+              (QList<qsizetype>{e.assets, e.trashed, e.hidden, e.videos, e.livePhotos, e.edited, e.assets, e.albums,
+                                e.folders, e.memberships, 0}));
     EXPECT_TRUE(std::is_sorted(library.albums.cbegin(), library.albums.cend(),
                                [](const LibraryAlbum& a, const LibraryAlbum& b) { return a.pk < b.pk; }));
-
-    QSet<int64_t> assetKeys;
-    for (const LibraryAsset& asset : library.assets)
-        assetKeys.insert(asset.pk);
-    int memberships = 0;
-    for (auto it = library.membership.cbegin(); it != library.membership.cend(); ++it) {
-        memberships += int(it.value().size());
-        for (int64_t asset : it.value())
-            EXPECT_TRUE(assetKeys.contains(asset)) << "album " << it.key() << " names unknown asset " << asset;
-    }
-    EXPECT_EQ(memberships, expected.memberships);
-
-    EXPECT_TRUE(library.schemaNotes.contains(QString("Entities: ") + expected.entities))
-        << library.schemaNotes.join(" | ").toStdString();
-    EXPECT_EQ(library.schemaNotes.last(), QString("Album membership table: ") + expected.joinTable);
+    EXPECT_TRUE(library.schemaNotes.contains(QString("Entities: ") + e.entities)) << library.schemaNotes.join(" | ");
+    EXPECT_EQ(library.schemaNotes.last(), QString("Album membership table: ") + e.joinTable);
 }
 
 INSTANTIATE_TEST_SUITE_P(PhotoLibrary, CorpusTest, testing::ValuesIn(kCorpus),
@@ -105,6 +94,7 @@ INSTANTIATE_TEST_SUITE_P(PhotoLibrary, CorpusTest, testing::ValuesIn(kCorpus),
 
 TEST(PhotoLibrary, EveryCorpusDatabaseIsCovered)
 {
+    SKIP_WITHOUT_CORPUS();
     QStringList covered;
     for (const CorpusCounts& counts : kCorpus)
         covered << counts.name;
@@ -112,50 +102,37 @@ TEST(PhotoLibrary, EveryCorpusDatabaseIsCovered)
     EXPECT_EQ(corpusDatabaseNames(), covered);
 }
 
+// Details of real libraries that a database written by this project's own tools could get wrong
+// the same way as the reader.
 TEST(PhotoLibrary, RealLibraryDetails)
 {
+    SKIP_WITHOUT_CORPUS();
     TempDir dir;
     const PhotoLibrary old = PhotoLibrary::load(copyCorpusDatabase("osxphotos-10.15.7", dir.filePath("old")));
-    // Before iOS 15 there is no library scope column.
-    EXPECT_EQ(old.schemaNotes.first(), "Asset columns not present (defaults used): ZBUNDLESCOPE");
-    EXPECT_TRUE(std::none_of(old.assets.cbegin(), old.assets.cend(),
-                             [](const LibraryAsset& a) { return a.bundleScope.has_value(); }));
-
-    const auto asset = [&](const PhotoLibrary& library, const QString& uuidStart) {
-        const auto it = std::find_if(library.assets.cbegin(), library.assets.cend(),
+    const auto asset = [&](const QString& uuidStart) {
+        const auto it = std::find_if(old.assets.cbegin(), old.assets.cend(),
                                      [&](const LibraryAsset& a) { return a.uuid.startsWith(uuidStart); });
-        EXPECT_NE(it, library.assets.cend()) << uuidStart.toStdString();
-        return it == library.assets.cend() ? LibraryAsset() : *it;
+        return it == old.assets.cend() ? LibraryAsset() : *it;
     };
-    const LibraryAsset hidden = asset(old, "A1DD1F98");
-    EXPECT_TRUE(hidden.isHidden);
-    EXPECT_EQ(hidden.displayName(), "Pumpkins4.jpg");
-    EXPECT_TRUE(asset(old, "71E3E212").isTrashed);
-    EXPECT_EQ(asset(old, "8846E3E6").dateCreated, 123456789012345.0);
+    EXPECT_TRUE(asset("A1DD1F98").isHidden);
+    EXPECT_EQ(asset("A1DD1F98").displayName(), "Pumpkins4.jpg");
+    EXPECT_TRUE(asset("71E3E212").isTrashed);
+    EXPECT_EQ(asset("8846E3E6").dateCreated, 123456789012345.0);
+    QHash<QString, LibraryAlbum> albums;
+    for (const LibraryAlbum& album : old.albums)
+        albums.insert(album.title, album);
+    EXPECT_FALSE(albums.value("2019-10/11 Paris Clermont").isFolder);
+    EXPECT_TRUE(albums.value("SubFolder2").isFolder);
+    EXPECT_EQ(albums.value("AlbumInFolder").parentPK, albums.value("SubFolder2").pk);
+    EXPECT_EQ(albums.value("SubFolder2").parentPK, albums.value("Folder1").pk);
+    EXPECT_FALSE(old.membership.contains(albums.value("EmptyAlbum").pk));
 
-    const auto album = [&](const QString& title) {
-        const auto it = std::find_if(old.albums.cbegin(), old.albums.cend(),
-                                     [&](const LibraryAlbum& a) { return a.title == title; });
-        EXPECT_NE(it, old.albums.cend()) << title.toStdString();
-        return it == old.albums.cend() ? LibraryAlbum() : *it;
-    };
-    for (const QString& title : {QString("Água"), QString("2018-10 - Sponsion, Museum, Frühstück, Römermuseum"),
-                                 QString("2019-10/11 Paris Clermont")})
-        EXPECT_FALSE(album(title).isFolder);
-    const LibraryAlbum inFolder = album("AlbumInFolder");
-    const LibraryAlbum subFolder = album("SubFolder2");
-    const LibraryAlbum folder = album("Folder1");
-    EXPECT_TRUE(subFolder.isFolder);
-    EXPECT_EQ(inFolder.parentPK, subFolder.pk);
-    EXPECT_EQ(subFolder.parentPK, folder.pk);
-    EXPECT_FALSE(old.membership.contains(album("EmptyAlbum").pk));
-
+    // The first moment of 1970, a date before the library's epoch; from iOS 18 on the flag column
+    // is gone and the timestamp alone tells edited assets apart.
     const PhotoLibrary beta = PhotoLibrary::load(copyCorpusDatabase("osxphotos-16.0.0-beta", dir.filePath("beta")));
-    const auto epoch = std::find_if(beta.assets.cbegin(), beta.assets.cend(),
-                                    [](const LibraryAsset& a) { return a.dateCreated == -978307200.0; });
-    ASSERT_NE(epoch, beta.assets.cend());
-    EXPECT_EQ(epoch->captureDate()->toMSecsSinceEpoch(), 0);
-    // From iOS 18 on the flag column is gone; the timestamp still tells edited assets apart.
+    EXPECT_TRUE(std::any_of(beta.assets.cbegin(), beta.assets.cend(), [](const LibraryAsset& a) {
+        return a.dateCreated == -978307200.0 && a.captureDate()->toMSecsSinceEpoch() == 0;
+    }));
     EXPECT_FALSE(beta.schemaNotes.join("\n").contains("not present"));
 }
 
@@ -206,7 +183,7 @@ TEST(PhotoLibrary, MissingRequiredColumnsAreNamed)
         {{"DROP TABLE Z_PRIMARYKEY"}, "SQLite: no such table: Z_PRIMARYKEY in: SELECT Z_ENT, Z_NAME FROM Z_PRIMARYKEY"},
     };
     for (const auto& [statements, text] : cases)
-        EXPECT_EQ(loadFailure(changedDatabase(dir, statements)), text) << statements.join("; ").toStdString();
+        EXPECT_EQ(loadFailure(changedDatabase(dir, statements)), text) << statements.join("; ");
 }
 
 TEST(PhotoLibrary, MissingOptionalColumnsGetDefaults)
@@ -241,36 +218,20 @@ TEST(PhotoLibrary, MissingOptionalColumnsGetDefaults)
     EXPECT_EQ(bare.assets.first(), expected); // not a video, nothing flagged, optionals absent
     ASSERT_EQ(bare.albums.size(), 1);
     EXPECT_EQ(bare.albums.first(), (LibraryAlbum{5, "a5", "Trip", false, std::nullopt, false}));
-
-    {
-        auto db = createPhotosDatabase(dir.filePath("ios14.sqlite"));
-        db->execute("ALTER TABLE ZASSET DROP COLUMN ZSAVEDASSETTYPE");
-        db->execute("ALTER TABLE ZASSET DROP COLUMN ZBUNDLESCOPE");
-        db->execute("DROP TABLE ZADDITIONALASSETATTRIBUTES");
-        db->execute("INSERT INTO ZASSET (Z_PK, ZUUID, ZDIRECTORY, ZFILENAME, ZDATECREATED) "
-                    "VALUES (1, 'u1', 'DCIM/100APPLE', 'IMG_0001.HEIC', 1.5)");
-    }
-    const PhotoLibrary ios14 = PhotoLibrary::load(dir.filePath("ios14.sqlite"));
-    EXPECT_EQ(ios14.schemaNotes.mid(0, 2),
-              (QStringList{"Asset columns not present (defaults used): ZSAVEDASSETTYPE, ZBUNDLESCOPE",
-                           "Original file names unavailable (ZADDITIONALASSETATTRIBUTES.ZORIGINALFILENAME missing)"}));
-    ASSERT_EQ(ios14.assets.size(), 1);
-    EXPECT_FALSE(ios14.assets.first().savedAssetType.has_value());
-    EXPECT_FALSE(ios14.assets.first().bundleScope.has_value());
 }
 
-TEST(PhotoLibrary, AssetRows)
+// (Rows as a phone of each generation writes them: PhotoLibraryGenerationsIntegrationTest.)
+TEST(PhotoLibrary, AssetRowsWithNullsAndEdits)
 {
     TempDir dir;
     const QString path = dir.filePath("Photos.sqlite");
     {
         auto db = createPhotosDatabase(path);
         addAsset(*db, TestAsset(7, "IMG_0007.HEIC").date(745923456.123456789).subtype(2).original("Beach.HEIC"));
-        addAsset(*db, TestAsset(3, "IMG_0003.MOV").date(std::nullopt).video().hidden().trashed().original(""));
+        addAsset(*db, TestAsset(3, "IMG_0003.MOV").date(std::nullopt).video().original(""));
         addAsset(*db, TestAsset(4, "IMG_0004.JPG"));
         addAsset(*db, TestAsset(5, "IMG_0005.JPG"));
-        db->execute("UPDATE ZASSET SET ZKIND = 2, ZKINDSUBTYPE = NULL, ZSAVEDASSETTYPE = NULL, "
-                    "ZBUNDLESCOPE = 2 WHERE Z_PK = 4");
+        db->execute("UPDATE ZASSET SET ZKIND = 2, ZKINDSUBTYPE = NULL, ZSAVEDASSETTYPE = NULL WHERE Z_PK = 4");
         db->execute("UPDATE ZASSET SET ZKIND = NULL, ZHIDDEN = NULL, ZTRASHEDSTATE = NULL WHERE Z_PK = 5");
         // The timestamp decides, whatever the flag says.
         db->execute("UPDATE ZASSET SET ZADJUSTMENTTIMESTAMP = 1.0, ZHASADJUSTMENTS = 0 WHERE Z_PK = 7");
@@ -286,51 +247,28 @@ TEST(PhotoLibrary, AssetRows)
     const LibraryAsset& nulls = library.assets[2];
     const LibraryAsset& live = library.assets[3];
     EXPECT_EQ((QList<int64_t>{video.pk, plain.pk, nulls.pk, live.pk}), (QList<int64_t>{3, 4, 5, 7})); // table order
-
-    EXPECT_EQ(live.uuid, "asset-7");
-    EXPECT_EQ(live.sourcePath(), "/DCIM/100APPLE/IMG_0007.HEIC");
     EXPECT_EQ(live.displayName(), "Beach.HEIC");
     EXPECT_EQ(live.dateCreated, 745923456.123456789); // the stored double, bit for bit
-    EXPECT_TRUE(live.isLivePhoto());
-    EXPECT_FALSE(live.isVideo);
-    EXPECT_TRUE(live.hasAdjustments);
-    EXPECT_EQ(live.savedAssetType, 3);
-    EXPECT_EQ(live.bundleScope, 0);
-
-    EXPECT_TRUE(video.isVideo);
-    EXPECT_TRUE(video.isHidden);
-    EXPECT_TRUE(video.isTrashed);
+    EXPECT_TRUE(live.isLivePhoto() && live.hasAdjustments);
     EXPECT_FALSE(video.dateCreated.has_value());
     EXPECT_FALSE(video.originalFilename.has_value()); // empty counts as absent
     EXPECT_EQ(video.displayName(), "IMG_0003.MOV");
     EXPECT_FALSE(video.hasAdjustments); // flag set, but no timestamp
-
-    EXPECT_FALSE(plain.isVideo); // only kind 1 is a video
+    EXPECT_FALSE(plain.isVideo);        // only kind 1 is a video
     EXPECT_EQ(plain.kindSubtype, 0);
-    EXPECT_FALSE(nulls.isVideo);
-    EXPECT_FALSE(nulls.isHidden);
-    EXPECT_FALSE(nulls.isTrashed);
     EXPECT_FALSE(plain.savedAssetType.has_value());
-    EXPECT_EQ(plain.bundleScope, 2);
-    EXPECT_FALSE(plain.originalFilename.has_value());
+    EXPECT_FALSE(nulls.isVideo || nulls.isHidden || nulls.isTrashed);
 
     // Without the timestamp column the flag column tells; without either nothing is edited.
-    {
-        SQLiteDB db(path, false, false);
-        db.execute("ALTER TABLE ZASSET DROP COLUMN ZADJUSTMENTTIMESTAMP");
-    }
-    const auto edited = [&] {
+    const auto editedAfterDropping = [&](const QString& column) {
+        SQLiteDB(path, false, false).execute("ALTER TABLE ZASSET DROP COLUMN " + column);
         QList<bool> flags;
         for (const LibraryAsset& asset : PhotoLibrary::load(path).assets)
             flags << asset.hasAdjustments;
         return flags;
     };
-    EXPECT_EQ(edited(), (QList<bool>{true, false, false, false}));
-    {
-        SQLiteDB db(path, false, false);
-        db.execute("ALTER TABLE ZASSET DROP COLUMN ZHASADJUSTMENTS");
-    }
-    EXPECT_EQ(edited(), (QList<bool>{false, false, false, false}));
+    EXPECT_EQ(editedAfterDropping("ZADJUSTMENTTIMESTAMP"), (QList<bool>{true, false, false, false}));
+    EXPECT_EQ(editedAfterDropping("ZHASADJUSTMENTS"), (QList<bool>{false, false, false, false}));
 }
 
 TEST(PhotoLibrary, AlbumsFoldersAndMembership)
@@ -378,27 +316,8 @@ protected:
     TempDir dir;
 };
 
-TEST_F(JoinTableTest, FoundByEntityNumbers)
-{
-    // A second table that would also fit proves that no scan took place.
-    const PhotoLibrary library = PhotoLibrary::load(database({
-        "CREATE TABLE Z_28ASSETS (Z_28ALBUMS INTEGER, Z_3ASSETS INTEGER, Z_FOK_3ASSETS INTEGER)",
-        "CREATE TABLE Z_40ASSETS (Z_40ALBUMS INTEGER, Z_3ASSETS INTEGER)",
-    }));
-    EXPECT_EQ(library.schemaNotes.last(), "Album membership table: Z_28ASSETS (Z_28ALBUMS, Z_3ASSETS)");
-
-    // Before iOS 14 the asset column is named after GenericAsset, when there is no Asset entity.
-    const PhotoLibrary generic = PhotoLibrary::load(database({
-        "DELETE FROM Z_PRIMARYKEY WHERE Z_NAME = 'Asset'",
-        "INSERT INTO Z_PRIMARYKEY (Z_ENT, Z_NAME) VALUES (34, 'GenericAsset')",
-        "CREATE TABLE Z_28ASSETS (Z_28ALBUMS INTEGER, Z_34ASSETS INTEGER)",
-        "CREATE TABLE Z_40ASSETS (Z_40ALBUMS INTEGER, Z_3ASSETS INTEGER)",
-    }));
-    EXPECT_EQ(generic.schemaNotes.mid(generic.schemaNotes.size() - 2),
-              (QStringList{"Entities: Asset=?, Album=28, Folder=36",
-                           "Album membership table: Z_28ASSETS (Z_28ALBUMS, Z_34ASSETS)"}));
-}
-
+// (Found by the entity numbers, past tables that a search by name would also take, in every real
+// layout: the corpus and generation tests.)
 TEST_F(JoinTableTest, FoundByScanning)
 {
     // The expected Z_28ASSETS is absent; Asset's number does not name the asset column (as in

@@ -58,50 +58,44 @@ QStringList placed(const BackupPlan& plan)
 TEST(BackupPlan, EligibilityTestsRunInOrderAndLeaveSkippedAssetsOutOfEveryLeaf)
 {
     PhotoLibrary library;
-    auto add = [&](const QString& uuid, auto&& change) {
-        LibraryAsset asset = photo(library.assets.size() + 1, uuid);
-        change(asset);
-        library.assets << asset;
+    const QString shared = "PhotoData/PhotoCloudSharingData/4F2A";
+    const struct {
+        const char* uuid;
+        bool trashed = false, hidden = false;
+        std::optional<int64_t> savedType = {}, scope = {};
+        QString directory = "DCIM/100APPLE";
+    } assets[] = {
+        // Trashed wins over every later test.
+        {"trashed-and-messages", true, false, 12},
+        {"trashed-hidden", true, true},
+        {"messages-other-scope", false, false, 12, 5},
+        {"scope-3-in-shared-folder", false, false, {}, 3, shared},
+        {"shared-folder-other-scope", false, false, {}, 7, shared},
+        {"other-scope", false, false, {}, 1},
+        // Eligible: scope 0 or absent, other saved types, hidden, cloud assets elsewhere.
+        {"scope-0", false, false, 3, 0},
+        {"no-scope"},
+        {"hidden", false, true},
+        {"cloud", false, false, {}, {}, "PhotoData/CPLAssets/group1"},
     };
-    // Trashed wins over every later test.
-    add("trashed-and-messages", [](LibraryAsset& a) {
-        a.isTrashed = true;
-        a.savedAssetType = 12;
-    });
-    add("trashed-hidden", [](LibraryAsset& a) {
-        a.isTrashed = true;
-        a.isHidden = true;
-    });
-    add("messages-other-scope", [](LibraryAsset& a) {
-        a.savedAssetType = 12;
-        a.bundleScope = 5;
-    });
-    add("scope-3-in-shared-folder", [](LibraryAsset& a) {
-        a.bundleScope = 3;
-        a.directory = "PhotoData/PhotoCloudSharingData/4F2A";
-    });
-    add("shared-folder-other-scope", [](LibraryAsset& a) {
-        a.directory = "PhotoData/PhotoCloudSharingData/4F2A";
-        a.bundleScope = 7;
-    });
-    add("other-scope", [](LibraryAsset& a) { a.bundleScope = 1; });
-    // Eligible: scope 0 or absent, other saved types, hidden, cloud assets elsewhere.
-    add("scope-0", [](LibraryAsset& a) {
-        a.bundleScope = 0;
-        a.savedAssetType = 3;
-    });
-    add("no-scope", [](LibraryAsset&) {});
-    add("hidden", [](LibraryAsset& a) { a.isHidden = true; });
-    add("cloud", [](LibraryAsset& a) { a.directory = "PhotoData/CPLAssets/group1"; });
+    for (const auto& a : assets) {
+        LibraryAsset asset = photo(library.assets.size() + 1, a.uuid);
+        asset.isTrashed = a.trashed;
+        asset.isHidden = a.hidden;
+        asset.savedAssetType = a.savedType;
+        asset.bundleScope = a.scope;
+        asset.directory = a.directory;
+        library.assets << asset;
+    }
     library.albums << album(1, "Trip");
     library.membership[1] = {1, 3, 7};
 
     const BackupPlan plan(library);
 
-    EXPECT_EQ(plan.skipped.value(SkipReason::trashed), 2);
-    EXPECT_EQ(plan.skipped.value(SkipReason::sharedWithYou), 2);
-    EXPECT_EQ(plan.skipped.value(SkipReason::sharedAlbum), 1);
-    EXPECT_EQ(plan.skipped.value(SkipReason::otherLibrary), 1);
+    EXPECT_EQ(plan.skipped, (QHash<SkipReason, int>{{SkipReason::trashed, 2},
+                                                    {SkipReason::sharedWithYou, 2},
+                                                    {SkipReason::sharedAlbum, 1},
+                                                    {SkipReason::otherLibrary, 1}}));
     QStringList eligible = plan.assetsByUUID.keys();
     eligible.sort();
     EXPECT_EQ(eligible, (QStringList{"cloud", "hidden", "no-scope", "scope-0"}));
@@ -122,21 +116,21 @@ TEST(BackupPlan, ClashingAlbumPathsAreNumberedWithoutRegardToCase)
                    << folder(11, "Holidays") << album(12, "Japan", 11) << album(13, "Japan", 11) << album(14, "Japan");
     const BackupPlan plan(library);
 
-    EXPECT_EQ(plan.albumPaths.value("album-1"), "Albums/Trips");
-    EXPECT_EQ(plan.albumPaths.value("album-2"), "Albums/trips (2)");
-    EXPECT_EQ(plan.albumPaths.value("album-3"), "Albums/TRIPS (3)");
+    // Folders have no album path of their own, but hold their names against albums.
     EXPECT_EQ(plan.node("album-4")->relativePath, "Albums/Family");
-    EXPECT_EQ(plan.albumPaths.value("album-5"), "Albums/family (2)");
-    EXPECT_FALSE(plan.albumPaths.contains("album-4")); // folders have no album path
-    EXPECT_EQ(plan.albumPaths.value("album-6"), "Albums/X");
-    EXPECT_EQ(plan.albumPaths.value("album-7"), "Albums/X (2)");
-    EXPECT_EQ(plan.albumPaths.value("album-8"), "Albums/X (3)");
-    EXPECT_EQ(plan.albumPaths.value("album-9"), "Albums/a-b-c");
-    EXPECT_EQ(plan.albumPaths.value("album-10"), "Albums/Untitled");
-    EXPECT_EQ(plan.albumPaths.value("album-12"), "Albums/Holidays/Japan");
-    EXPECT_EQ(plan.albumPaths.value("album-13"), "Albums/Holidays/Japan (2)");
-    EXPECT_EQ(plan.albumPaths.value("album-14"), "Albums/Japan");
     EXPECT_EQ(plan.node("album-13")->relativePath, "Albums/Holidays/Japan (2)");
+    EXPECT_EQ(plan.albumPaths, (QHash<QString, QString>{{"album-1", "Albums/Trips"},
+                                                        {"album-2", "Albums/trips (2)"},
+                                                        {"album-3", "Albums/TRIPS (3)"},
+                                                        {"album-5", "Albums/family (2)"},
+                                                        {"album-6", "Albums/X"},
+                                                        {"album-7", "Albums/X (2)"},
+                                                        {"album-8", "Albums/X (3)"},
+                                                        {"album-9", "Albums/a-b-c"},
+                                                        {"album-10", "Albums/Untitled"},
+                                                        {"album-12", "Albums/Holidays/Japan"},
+                                                        {"album-13", "Albums/Holidays/Japan (2)"},
+                                                        {"album-14", "Albums/Japan"}}));
 }
 
 TEST(BackupPlan, PathsRecordedByAnEarlierBackupAreKeptAndReserved)
@@ -151,13 +145,11 @@ TEST(BackupPlan, PathsRecordedByAnEarlierBackupAreKeptAndReserved)
     };
     const BackupPlan plan(library, existing);
 
-    EXPECT_EQ(plan.albumPaths.value("album-1"), "Albums/Japan 2026");
     EXPECT_EQ(plan.node("album-1")->title, "Japan 2026 (renamed)");
-    EXPECT_EQ(plan.albumPaths.value("album-4"), "Albums/Weird:Name ");
-    EXPECT_EQ(plan.albumPaths.value("album-2"), "Albums/Paris (2)");
-    EXPECT_EQ(plan.albumPaths.value("album-3"), "Albums/paris (3)");
-    EXPECT_FALSE(plan.albumPaths.contains("album-99"));
-    EXPECT_EQ(plan.albumPaths.size(), 4);
+    EXPECT_EQ(plan.albumPaths, (QHash<QString, QString>{{"album-1", "Albums/Japan 2026"},
+                                                        {"album-2", "Albums/Paris (2)"},
+                                                        {"album-3", "Albums/paris (3)"},
+                                                        {"album-4", "Albums/Weird:Name "}}));
 }
 
 TEST(BackupPlan, ParentsThatAreMissingTrashedOrNotFoldersLeaveAlbumsAtTheTopLevel)

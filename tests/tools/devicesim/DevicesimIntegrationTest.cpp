@@ -8,28 +8,21 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFileInfo>
-#include <QRandomGenerator>
 #include <QStandardPaths>
 
 #include <gtest/gtest.h>
+#include <libimobiledevice/afc.h>
+#include <libimobiledevice/libimobiledevice.h>
 
 #include <csignal>
 #include <fcntl.h>
+#include <future>
 #include <thread>
 #include <unistd.h>
 
 namespace {
 
 const QString kSimulator = OMBRELO_BIN_DIR "/ombrelo-devicesim";
-
-QByteArray randomBytes(qsizetype size, quint32 seed)
-{
-    QByteArray bytes(size, Qt::Uninitialized);
-    QRandomGenerator generator(seed);
-    for (qsizetype i = 0; i < size; ++i)
-        bytes[i] = char(generator.generate() & 0xFF);
-    return bytes;
-}
 
 // Debian's libimobiledevice-utils and ifuse are part of the test set-up; their absence is a
 // failure to report, not a reason to skip.
@@ -49,6 +42,52 @@ public:
 
 private:
     QString m_point;
+};
+
+// One file opened through libimobiledevice's own AFC client, to see exactly what the library
+// reports, without the product's code in between.
+class RawAfcFile {
+public:
+    RawAfcFile(const QString& udid, const QString& path)
+    {
+        if (idevice_new_with_options(&m_device, udid.toUtf8().constData(), IDEVICE_LOOKUP_USBMUX) ==
+                IDEVICE_E_SUCCESS &&
+            afc_client_start_service(m_device, &m_afc, "ombrelo-tests") == AFC_E_SUCCESS)
+            afc_file_open(m_afc, path.toUtf8().constData(), AFC_FOPEN_RDONLY, &m_handle);
+        if (m_handle == 0)
+            ADD_FAILURE() << "cannot open " << path.toStdString() << " on " << udid.toStdString();
+        char** info = nullptr;
+        if (m_afc && afc_get_file_info(m_afc, path.toUtf8().constData(), &info) == AFC_E_SUCCESS && info) {
+            for (int i = 0; info[i] && info[i + 1]; i += 2)
+                if (qstrcmp(info[i], "st_size") == 0)
+                    m_size = QByteArray(info[i + 1]).toLongLong();
+            afc_dictionary_free(info);
+        }
+    }
+    ~RawAfcFile()
+    {
+        if (m_afc)
+            afc_client_free(m_afc);
+        if (m_device)
+            idevice_free(m_device);
+    }
+
+    // The size afc_get_file_info reports.
+    qint64 size() const { return m_size; }
+    // One afc_file_read of at most `length` bytes: its result and the bytes it gave.
+    std::pair<afc_error_t, QByteArray> read(uint32_t length)
+    {
+        QByteArray buffer(qsizetype(length), '\0');
+        uint32_t got = 0;
+        const afc_error_t result = afc_file_read(m_afc, m_handle, buffer.data(), length, &got);
+        return {result, buffer.left(got)};
+    }
+
+private:
+    idevice_t m_device = nullptr;
+    afc_client_t m_afc = nullptr;
+    uint64_t m_handle = 0;
+    qint64 m_size = -1;
 };
 
 } // namespace
@@ -145,6 +184,11 @@ TEST(Devicesim, BadDeviceJsonNamesTheKey)
     writeFile(dir.filePath("shape/device.json"), R"({"udid": "1234"})");
     EXPECT_TRUE(
         runProgram(kSimulator, {"--socket", socket, dir.filePath("shape")}).err.contains("\"1234\" is neither"));
+    SimulatedPhone endless = simulatedPhone(1);
+    endless.faults = {{"stallSeconds", 5}};
+    writeDeviceJson(dir.filePath("shape"), endless);
+    EXPECT_TRUE(runProgram(kSimulator, {"--socket", socket, dir.filePath("shape")})
+                    .err.contains("\"faults.stallSeconds\" needs \"faults.stallAfterBytes\"."));
     EXPECT_EQ(runProgram(kSimulator, {dir.filePath("typo")}).exitCode, 2);
 
     // Under --devices-dir, a bad device.json leaves that phone unplugged until it is fixed.
@@ -215,4 +259,63 @@ TEST(Devicesim, StopsCleanlyOnSignalsWithConnectionsOpen)
         runProgram("timeout", {"--preserve-status", "-s", "INT", "1", kSimulator, "--socket", stale, folder});
     EXPECT_EQ(restarted.exitCode, 0) << restarted.describe().toStdString();
     EXPECT_FALSE(QFileInfo::exists(stale));
+}
+
+TEST(Devicesim, AFrozenPhoneHoldsOnlyItsOwnConnection)
+{
+    using namespace std::chrono_literals;
+    TempDir dir;
+    const QByteArray video = randomBytes(300000, 6);
+    SimulatedPhone frozen = simulatedPhone(1);
+    frozen.faults = {{"failPaths", QJsonObject{{"/a.mov", QJsonObject{{"stallAfterBytes", 100000}}}}}};
+    SimulatedPhone hiccup = simulatedPhone(2);
+    hiccup.faults = {{"stallAfterBytes", 200000}, {"stallSeconds", 1}};
+    DeviceSimulator simulator(
+        {writeDeviceFolder(dir.filePath("frozen"), frozen, {{"/a.mov", video}}),
+         writeDeviceFolder(dir.filePath("hiccup"), hiccup, {{"/a.mov", video}, {"/small.jpg", "small"}})});
+
+    // The bytes before the stall arrive complete; the read that would go further never returns.
+    RawAfcFile file(simulatedUdid(1), "/a.mov");
+    EXPECT_EQ(file.read(65536), std::pair(AFC_E_SUCCESS, video.left(65536)));
+    EXPECT_EQ(file.read(65536), std::pair(AFC_E_SUCCESS, video.mid(65536, 100000 - 65536)));
+    auto stuck = std::async(std::launch::async, [&] { return file.read(65536); });
+    EXPECT_EQ(stuck.wait_for(1s), std::future_status::timeout) << simulator.log().toStdString();
+
+    // Meanwhile another phone answers, and one whose freeze ends goes on where it stopped.
+    AFCDevice other(simulatedUdid(2));
+    EXPECT_EQ(other.readFile("/small.jpg"), "small");
+    QElapsedTimer timer;
+    timer.start();
+    EXPECT_EQ(other.readFile("/a.mov"), video);
+    EXPECT_GE(timer.elapsed(), 950);
+    EXPECT_LT(timer.elapsed(), 3000);
+    EXPECT_EQ(stuck.wait_for(0s), std::future_status::timeout);
+
+    // The simulator still stops at once, which ends the frozen read with an error.
+    timer.restart();
+    EXPECT_EQ(simulator.stop(), 0) << simulator.log().toStdString();
+    EXPECT_LT(timer.elapsed(), 2000);
+    ASSERT_EQ(stuck.wait_for(5s), std::future_status::ready);
+    EXPECT_NE(stuck.get().first, AFC_E_SUCCESS);
+}
+
+TEST(Devicesim, AShortFileEndsEarlyButKeepsItsSize)
+{
+    TempDir dir;
+    const QByteArray photo = randomBytes(200000, 7);
+    SimulatedPhone phone = simulatedPhone(1);
+    phone.faults = {{"failPaths", QJsonObject{{"/DCIM/IMG_0001.JPG", QJsonObject{{"endAfterBytes", 150000}}}}}};
+    DeviceSimulator simulator({writeDeviceFolder(dir.filePath("phone"), phone, {{"/DCIM/IMG_0001.JPG", photo}})});
+
+    RawAfcFile file(simulatedUdid(1), "/DCIM/IMG_0001.JPG");
+    EXPECT_EQ(file.size(), 200000);
+    QByteArray received;
+    for (int reads = 0; reads < 10; ++reads) {
+        const auto [result, bytes] = file.read(65536);
+        ASSERT_EQ(result, AFC_E_SUCCESS);
+        if (bytes.isEmpty())
+            break;
+        received += bytes;
+    }
+    EXPECT_EQ(received, photo.left(150000));
 }
