@@ -9,30 +9,23 @@ namespace {
 // The device lets one reader at a time through; two keep it busy while the other decodes.
 constexpr int kWorkers = 2;
 const QString kThumbnail = QStringLiteral("5005.JPG");
-// Some libraries hold only the smaller size.
 const QString kSmallerThumbnail = QStringLiteral("5003.JPG");
 
-QByteArray readThumbnail(MediaSource& source, const QString& path)
-{
-    try {
-        return source.readFile(path);
-    } catch (const std::exception&) {
-        if (!path.endsWith("/" + kThumbnail))
-            throw;
-        return source.readFile(path.chopped(kThumbnail.size()) + kSmallerThumbnail);
-    }
-}
-
-// A null image when the file cannot be read or decoded.
+// The item's thumbnail, else the smaller one in the same folder (some phones keep only that);
+// a null image when neither can be read and decoded.
 QImage loadThumbnail(MediaSource& source, const QString& path)
 {
-    if (path.isEmpty())
-        return {};
-    try {
-        return QImage::fromData(readThumbnail(source, path));
-    } catch (const std::exception&) {
-        return {};
+    QStringList candidates{path};
+    if (path.endsWith("/" + kThumbnail))
+        candidates << path.chopped(kThumbnail.size()) + kSmallerThumbnail;
+    for (const QString& candidate : candidates) {
+        try {
+            if (QImage image = QImage::fromData(source.readFile(candidate)); !image.isNull())
+                return image;
+        } catch (const std::exception&) {
+        }
     }
+    return {};
 }
 
 } // namespace

@@ -6,8 +6,8 @@
 
 #include "AppModel.h"
 #include "DeviceSimulator.h"
+#include "PhoneBackup.h"
 #include "Platform.h"
-#include "RunProgram.h"
 #include "TempDir.h"
 
 #include <QCoreApplication>
@@ -103,13 +103,14 @@ struct ModelSetup {
         return std::make_unique<AppModel>(AppModel::Setup{&platform, &settings, pollInterval});
     }
 
-    // Writes an unplugged phone with ombrelo-mkdevice (a dozen items in two albums, iOS 17) and
-    // returns its UDID.
-    QString make(const QString& folder, int seed, const QString& name)
+    // Writes an unplugged phone with ombrelo-mkdevice (a dozen items in two albums, iOS 17, and
+    // these options) and returns its UDID.
+    QString make(const QString& folder, int seed, const QString& name, const QStringList& options = {})
     {
-        const ProgramResult made = runProgram(OMBRELO_BIN_DIR "/ombrelo-mkdevice",
-                                              {parked + "/" + folder, "--generation", "ios17", "--assets", "12",
-                                               "--albums", "2", "--seed", QString::number(seed), "--name", name});
+        const ProgramResult made =
+            makePhone(parked + "/" + folder, QStringList{"--generation", "ios17", "--assets", "12", "--albums", "2",
+                                                         "--seed", QString::number(seed), "--name", name} +
+                                                 options);
         if (made.exitCode != 0)
             throw std::runtime_error(made.describe().toStdString());
         return QJsonDocument::fromJson(readFile(at(folder) + "/device.json")).object().value("udid").toString();
@@ -131,9 +132,9 @@ struct ModelSetup {
     }
 
     // One phone plugged in and loaded, with the backup folder chosen.
-    bool connected(int seed = 3)
+    bool connected(const QStringList& options = {})
     {
-        make("phone", seed, "Test iPhone");
+        make("phone", 3, "Test iPhone", options);
         plug("phone");
         serve();
         app = model();

@@ -1,7 +1,6 @@
 #include "ThumbnailCache.h"
+#include "FakeMediaSource.h"
 #include "ModelFixture.h"
-#include "device/MediaSource.h"
-#include "device/MediaSourceError.h"
 
 #include <QBuffer>
 #include <QMutex>
@@ -13,9 +12,8 @@
 namespace {
 
 // A device whose files are read one at a time as the test lets them through.
-class GatedSource : public MediaSource {
+class GatedSource : public FakeMediaSource {
 public:
-    QMap<QString, QByteArray> files;
     QSemaphore gate{1000};
     QMutex mutex;
     QStringList reads;
@@ -29,21 +27,13 @@ public:
             readOnGuiThread = readOnGuiThread || QThread::currentThread() == qApp->thread();
         }
         gate.acquire();
-        if (!files.contains(path))
-            throw MediaSourceError::notFound(path);
-        return files.value(path);
+        return FakeMediaSource::readFile(path);
     }
     QString lastRead()
     {
         QMutexLocker lock(&mutex);
         return reads.value(reads.size() - 1);
     }
-    QStringList listDirectory(const QString&) override { return {}; }
-    DownloadResult download(const QString& path, const QString&, const DownloadControl&) override
-    {
-        throw MediaSourceError::notFound(path);
-    }
-    std::optional<DeviceFileInfo> fileInfo(const QString&) override { return std::nullopt; }
 };
 
 LibraryAsset asset(const QString& name)
@@ -80,11 +70,11 @@ QByteArray jpeg(int side)
 TEST(ThumbnailCache, ReadsOnWorkersByPriorityAndRemembersWhatIsMissing)
 {
     auto source = std::make_shared<GatedSource>();
-    source->files.insert(path("A"), jpeg(120));
-    source->files.insert(path("B", "5003"), jpeg(60));
-    source->files.insert(path("D"), "not a picture");
-    for (const QString name : {"b1", "b2", "b3", "b4", "b5"})
-        source->files.insert(path(name), jpeg(8));
+    source->addFile(path("A"), jpeg(120));
+    source->addFile(path("B", "5003"), jpeg(60));
+    source->addFile(path("D"), "not a picture");
+    for (const QString name : {"a1", "b1", "b2", "b3", "b4", "b5"})
+        source->addFile(path(name), jpeg(8));
     ThumbnailCache cache;
     cache.setSource(source);
     QStringList arrived, missing;
@@ -111,7 +101,7 @@ TEST(ThumbnailCache, ReadsOnWorkersByPriorityAndRemembersWhatIsMissing)
     EXPECT_FALSE(cache.isMissing("D"));
     EXPECT_TRUE(cache.image("A").isNull());
     cache.request(asset("A"));
-    cache.request(asset("D"));
+    cache.request(asset("a1"));
     const auto readCount = [&] {
         QMutexLocker lock(&source->mutex);
         return source->reads.size();
@@ -131,4 +121,36 @@ TEST(ThumbnailCache, ReadsOnWorkersByPriorityAndRemembersWhatIsMissing)
     source->gate.release(100);
     ASSERT_TRUE(waitFor([&] { return cache.pendingCount() == 0; }));
     EXPECT_FALSE(source->reads.contains(path("b2")));
+}
+
+// On a phone that keeps some thumbnails in the smaller size only, every item's picture arrives, read
+// while a backup copies from the same phone, which still ends without an error.
+TEST(ThumbnailCache, BothSizesFromAPhoneWhileItIsBackedUp)
+{
+    ModelSetup setup;
+    ASSERT_TRUE(setup.connected({"--thumbnails", "mixed"}));
+    const QList<LibraryAsset> assets = setup.app->library()->assets;
+    QSet<QString> expected;
+    int smaller = 0;
+    for (const LibraryAsset& asset : assets) {
+        const QString larger = setup.at("phone") + "/media" + asset.thumbnailPath();
+        const bool small = QFile::exists(QString(larger).replace("5005.JPG", "5003.JPG"));
+        smaller += small;
+        if (small || QFile::exists(larger))
+            expected << asset.uuid;
+    }
+    ASSERT_GT(smaller, 0);
+    ASSERT_TRUE(setup.slowLink());
+    ThumbnailCache& cache = setup.app->thumbnails();
+    QSet<QString> arrived;
+    QObject::connect(&cache, &ThumbnailCache::arrived, [&](const QString& uuid) { arrived << uuid; });
+    for (const LibraryAsset& asset : assets)
+        cache.request(asset);
+    ASSERT_TRUE(setup.startCopying());
+    ASSERT_TRUE(waitFor([&] { return cache.pendingCount() == 0; }));
+    EXPECT_EQ(arrived, expected);
+    const QSize size = cache.image(*expected.begin()).size();
+    EXPECT_EQ(std::max(size.width(), size.height()), 480);
+    ASSERT_TRUE(setup.reaches(RunPhase::Kind::finished));
+    EXPECT_TRUE(setup.app->run()->phase.summary->errors.isEmpty());
 }
