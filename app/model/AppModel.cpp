@@ -17,6 +17,7 @@
 #include <QTimer>
 
 #include <algorithm>
+#include <exception>
 
 namespace {
 
@@ -242,8 +243,13 @@ void AppModel::rebuildPlan()
 {
     if (!m_library || !m_connection)
         return setPlan(nullptr);
-    const ExistingBackup existing =
-        m_destination && !m_isDemo ? ExistingBackup::read(*m_destination) : ExistingBackup();
+    ExistingBackup existing;
+    try {
+        if (m_destination && !m_isDemo)
+            existing = ExistingBackup::read(*m_destination);
+    } catch (const std::exception&) {
+        // A manifest that is a link or not a file counts as no backup here; the dry run says why.
+    }
     BackupPlan plan = m_connection->session()->plan(existing);
     assign(m_backedUp, m_isDemo ? DemoLibrary::backedUp(plan) : existing.backedUp, &AppModel::backedUpChanged);
     assign(m_manifestFileCount, existing.fileCount, &AppModel::manifestFileCountChanged);

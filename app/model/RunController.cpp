@@ -58,6 +58,10 @@ void RunController::perform(bool dryRun, const Engine& engine)
                 [&aggregator](const BackupEvent& event) { aggregator.handle(event); }};
             Outcome outcome;
             try {
+                // As the command line does: a folder another run copies into is refused before the
+                // user is asked to confirm.
+                if (options.dryRun)
+                    BackupSession::checkFolder(engine.destination, true);
                 outcome.summary = options.dryRun
                                       ? engine.session->dryRun(engine.plan, engine.destination, options, control)
                                       : engine.session->run(engine.plan, engine.destination, options, control);

@@ -1,6 +1,7 @@
 // Backups through the model, as the sheet drives them: the dry run, the real run with its progress
 // on the GUI thread, stopping, quitting while files are copied, and the counts afterwards.
 #include "ModelFixture.h"
+#include "backup/BackupFolderLock.h"
 
 #include <QThread>
 
@@ -123,4 +124,27 @@ TEST(AppModelRun, QuittingDuringARunWaitsForTheEngine)
     EXPECT_EQ(platform.closable.last(), true);
     EXPECT_FALSE(model.run());
     EXPECT_EQ(setup.verify(), 0);
+}
+
+// A backup folder another run copies into, or whose manifest is a link, is refused at the dry run
+// with the reason in the log; until then the model counts it as a folder without a backup.
+TEST(AppModelRun, FolderThatCannotBeUsedIsRefusedAtTheDryRun)
+{
+    ModelSetup setup;
+    ASSERT_TRUE(setup.connected());
+    AppModel& model = *setup.app;
+    {
+        const BackupFolderLock busy(setup.backup);
+        model.startBackup(true);
+        ASSERT_TRUE(setup.reaches(RunPhase::Kind::finished));
+        EXPECT_EQ(model.run()->log, QStringList{BackupFolderBusy(QCoreApplication::applicationPid()).description()});
+    }
+    model.closeRun();
+    ASSERT_TRUE(QFile::link(setup.dir.filePath("settings.ini"), setup.backup + "/.ombrelo-manifest.sqlite"));
+    model.rebuildPlan();
+    EXPECT_EQ(model.destinationStatus().text, "New backup");
+    model.startBackup(true);
+    ASSERT_TRUE(setup.reaches(RunPhase::Kind::finished));
+    EXPECT_TRUE(model.run()->log.last().contains("where the backup keeps a file of its own"))
+        << model.run()->log.join("\n").toStdString();
 }
