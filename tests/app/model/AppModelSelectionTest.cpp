@@ -1,5 +1,5 @@
 // The selection, its counts and where it is kept, the backup folder's status line, demo mode and
-// quitting without a run: a model without any device (demo mode, or no USB service at all).
+// quitting without a copy under way: a model without any device (demo mode, or no USB service).
 #include "ModelFixture.h"
 
 #include <QJsonArray>
@@ -72,8 +72,9 @@ TEST(AppModelSelection, TicksAndPhotoChoicesFollowTheClicks)
 }
 
 // Demo mode: only "1" switches it on; it shows the built-in library with its presets and never
-// writes a setting, whatever the user does.
-TEST(AppModelSelection, DemoModeShowsItsPresetsAndWritesNothing)
+// writes a setting, whatever the user does. Quitting with no copy under way closes the sheet and
+// ends without asking; a sheet that will not close holds the end back for at most 20 looks.
+TEST(AppModelSelection, DemoModeShowsItsPresetsWritesNothingAndQuitsWithoutAsking)
 {
     ModelSetup setup;
     {
@@ -109,6 +110,16 @@ TEST(AppModelSelection, DemoModeShowsItsPresetsAndWritesNothing)
     setup.settings.sync();
     EXPECT_EQ(setup.settings.allKeys(), QStringList{"destinationPath"});
     EXPECT_EQ(setup.settings.value("destinationPath"), "/elsewhere");
+
+    bool idle = false;
+    model->whenIdle([&] { idle = true; });
+    EXPECT_FALSE(idle) << "a run is open";
+    setup.platform.sheetStaysAttached = true;
+    model->quit();
+    EXPECT_FALSE(model->run());
+    EXPECT_TRUE(setup.platform.alerts.isEmpty());
+    ASSERT_TRUE(waitFor([&] { return setup.platform.terminations > 0; }, 5000));
+    EXPECT_EQ(setup.platform.sheetLooks, 21);
 }
 
 // What is ticked, chosen, collapsed and the backup folder survive a restart through the settings,
@@ -165,23 +176,4 @@ TEST(AppModelSelection, SelectionIsKeptInTheSettings)
         EXPECT_EQ(model->destinationStatus(),
                   (DestinationStatus{"Not available. Is the drive or share connected?", true}));
     }
-}
-
-// Quitting with no copy under way closes the sheets and ends without asking; a sheet that will not
-// close holds the end back for at most 20 looks, 0.1 s apart.
-TEST(AppModelSelection, QuittingWithoutARunWaitsOnlyForSheets)
-{
-    ModelSetup setup;
-    const ScopedEnv demo("OMB_DEMO", "1");
-    const ScopedEnv run("OMB_DEMO_RUN", "ready");
-    const auto model = setup.model();
-    bool idle = false;
-    model->whenIdle([&] { idle = true; });
-    EXPECT_FALSE(idle) << "a run is open";
-    setup.platform.sheetStaysAttached = true;
-    model->quit();
-    EXPECT_FALSE(model->run());
-    EXPECT_TRUE(setup.platform.alerts.isEmpty());
-    ASSERT_TRUE(waitFor([&] { return setup.platform.terminations > 0; }, 5000));
-    EXPECT_EQ(setup.platform.sheetLooks, 21);
 }

@@ -21,7 +21,6 @@
 #include <QTimer>
 
 #include <chrono>
-#include <cstdio>
 #include <functional>
 #include <memory>
 #include <stdexcept>
@@ -119,17 +118,7 @@ struct ModelSetup {
     void plug(const QString& folder) { QDir().rename(parked + "/" + folder, devices + "/" + folder); }
     void unplug(const QString& folder) { QDir().rename(devices + "/" + folder, parked + "/" + folder); }
     void serve() { simulator = std::make_unique<DeviceSimulator>(DeviceSimulator::devicesDir, devices); }
-    // Replaces a phone's faults; the simulator applies them from its next listing.
-    void setFaults(const QString& folder, const QJsonObject& faults) const
-    {
-        const QString path = at(folder) + "/device.json";
-        QJsonObject device = QJsonDocument::fromJson(readFile(path)).object();
-        device.insert("faults", faults);
-        writeFile(path + ".new", QJsonDocument(device).toJson());
-        // Renamed over the old one, so the simulator never reads half a file.
-        if (std::rename(QFile::encodeName(path + ".new").constData(), QFile::encodeName(path).constData()) != 0)
-            throw std::runtime_error("cannot replace device.json");
-    }
+    void setFaults(const QString& folder, const QJsonObject& faults) const { setDeviceFaults(at(folder), faults); }
 
     // One phone plugged in and loaded, with the backup folder chosen.
     bool connected(const QStringList& options = {})
@@ -157,24 +146,21 @@ struct ModelSetup {
     {
         return waitFor([&] { return app->run() && phase() == kind; }, 60000);
     }
-    // Starts a backup of everything and waits until the real run has copied something.
+    // Starts a backup of everything and confirms it once the dry run is done.
+    bool confirmRun()
+    {
+        app->startBackup(true);
+        if (!reaches(RunPhase::Kind::ready))
+            return false;
+        app->perform(false);
+        return true;
+    }
+    // ... and waits until it has copied something.
     bool startCopying()
     {
-        app->startBackup(true);
-        if (!reaches(RunPhase::Kind::ready))
-            return false;
-        app->perform(false);
-        return waitFor([&] { return app->run()->phase.progress.progress.assetsDone > 0; });
+        return confirmRun() && waitFor([&] { return app->run()->phase.progress.progress.assetsDone > 0; });
     }
-    // The dry run, then the real run, to its end.
-    bool backUp()
-    {
-        app->startBackup(true);
-        if (!reaches(RunPhase::Kind::ready))
-            return false;
-        app->perform(false);
-        return reaches(RunPhase::Kind::finished);
-    }
+    bool backUp() { return confirmRun() && reaches(RunPhase::Kind::finished); }
     // ombrelo-cli verify of the backup folder: 0 when every recorded file is there, whole.
     int verify() const { return runProgram(OMBRELO_BIN_DIR "/ombrelo-cli", {"verify", backup}).exitCode; }
 };
