@@ -51,7 +51,7 @@ AppModel::AppModel(const Setup& setup, QObject* parent)
       m_ownSettings(setup.settings ? nullptr : std::make_unique<QSettings>("Ombrelo", "Ombrelo")),
       m_settings(setup.settings ? setup.settings : m_ownSettings.get()),
       m_isDemo(qEnvironmentVariable("OMB_DEMO") == "1"), m_selection(new Selection(*m_settings, !m_isDemo, this)),
-      m_runs(new RunController(m_workers, m_platform, this))
+      m_runs(new RunController(m_workers, m_platform, m_folderCache, this))
 {
     m_workers.setMaxThreadCount(kWorkerThreads);
     QObject::connect(m_selection, &Selection::untickedIDsChanged, this, &AppModel::untickedIDsChanged);
@@ -246,7 +246,7 @@ void AppModel::rebuildPlan()
     ExistingBackup existing;
     try {
         if (m_destination && !m_isDemo)
-            existing = ExistingBackup::read(*m_destination);
+            existing = m_folderCache.read(*m_destination);
     } catch (const std::exception&) {
         // A manifest that is a link or not a file counts as no backup here; the dry run says why.
     }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "BackupFolderCache.h"
 #include "CancelFlag.h"
 #include "DestinationStatus.h"
 #include "DevicePoller.h"
@@ -208,6 +209,7 @@ private:
     int m_manifestFileCount = 0;
     QString m_usbServiceProblem;
     ThumbnailCache m_thumbnails;
+    BackupFolderCache m_folderCache;
     Selection* m_selection;
     RunController* m_runs;
     DevicePoller* m_poller = nullptr;

@@ -8,8 +8,8 @@
 
 #include <exception>
 
-RunController::RunController(QThreadPool& pool, Platform& platform, QObject* parent)
-    : QObject(parent), m_pool(pool), m_platform(platform)
+RunController::RunController(QThreadPool& pool, Platform& platform, BackupFolderCache& folders, QObject* parent)
+    : QObject(parent), m_pool(pool), m_platform(platform), m_folders(folders)
 {
 }
 
@@ -69,6 +69,13 @@ void RunController::perform(bool dryRun, const Engine& engine)
                 outcome.error = describeError(error);
             }
             aggregator.flush();
+            // Read here rather than on the GUI thread when the run is closed.
+            if (!options.dryRun && !flag->isCancelled()) {
+                try {
+                    outcome.folder = BackupFolderCache::readNow(engine.destination);
+                } catch (const std::exception&) {
+                }
+            }
             return outcome;
         },
         [runID, dryRun](RunController& runs, const Outcome& outcome) { runs.finish(runID, dryRun, outcome); });
@@ -88,6 +95,8 @@ void RunController::applyUpdate(const QUuid& runID, const RunUpdate& update)
 void RunController::finish(const QUuid& runID, bool dryRun, const Outcome& outcome)
 {
     --m_engines;
+    if (outcome.folder)
+        m_folders.keep(*outcome.folder);
     if (m_engineRun == runID)
         m_engineRun = QUuid();
     if (m_run && m_run->id == runID) {

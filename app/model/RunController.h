@@ -1,5 +1,6 @@
 #pragma once
 
+#include "BackupFolderCache.h"
 #include "CancelFlag.h"
 #include "Run.h"
 #include "plan/BackupPlan.h"
@@ -29,7 +30,8 @@ public:
         QString destination;
     };
 
-    RunController(QThreadPool& pool, Platform& platform, QObject* parent = nullptr);
+    // A real run reads the backup folder again when it ends and keeps what it holds in `folders`.
+    RunController(QThreadPool& pool, Platform& platform, BackupFolderCache& folders, QObject* parent = nullptr);
     ~RunController() override;
 
     const std::optional<Run>& run() const { return m_run; }
@@ -58,6 +60,7 @@ private:
     struct Outcome {
         std::optional<BackupSummary> summary;
         QString error;
+        std::optional<BackupFolderCache::Reading> folder; // after a real run
     };
 
     void applyUpdate(const QUuid& runID, const RunUpdate& update);
@@ -65,6 +68,7 @@ private:
 
     QThreadPool& m_pool;
     Platform& m_platform;
+    BackupFolderCache& m_folders;
     std::optional<Run> m_run;
     std::shared_ptr<CancelFlag> m_flag = std::make_shared<CancelFlag>();
     QList<std::function<void()>> m_stopHandlers;

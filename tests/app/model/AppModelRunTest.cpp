@@ -79,6 +79,7 @@ TEST(AppModelRun, StopKeepsWhatWasCopiedAndTheNextRunCompletes)
     EXPECT_EQ(model.run()->log.last(), "  Cancelled before finishing.");
     model.closeRun();
     const int copied = model.backedUpCount(BackupPlan::cameraRollID);
+    EXPECT_GT(model.manifestFileCount(), 0);
     EXPECT_LT(copied, model.assetCount(BackupPlan::cameraRollID));
 
     setup.setFaults("phone", {});
