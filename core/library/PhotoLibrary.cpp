@@ -74,7 +74,7 @@ PhotoLibrary PhotoLibrary::load(const QString& databasePath)
 
     QHash<QString, int64_t> entities;
     if (!tableExists(db, "Z_PRIMARYKEY"))
-        throw PhotoLibraryError::unsupportedSchema("the table Z_PRIMARYKEY is missing");
+        throw PhotoLibraryError::unsupportedSchema("no Z_PRIMARYKEY table");
     db.query("SELECT Z_ENT, Z_NAME FROM Z_PRIMARYKEY", {}, [&](const SQLRow& row) {
         const auto number = row.integer(0);
         const auto name = row.text(1);

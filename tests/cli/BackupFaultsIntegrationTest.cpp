@@ -15,6 +15,7 @@
 #include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
+#include <QJsonObject>
 #include <QRandomGenerator>
 #include <QSet>
 
@@ -259,6 +260,21 @@ TEST(BackupFaults, PhoneTroubleMidBackupLosesNothing)
     const QString reference = referenceBackup(phone, dirs);
     const QString dest = newFolder(dirs, "dest");
 
+    // A read the phone cuts short while calling it a success (as libimobiledevice does after a
+    // freeze): the file is not placed and not recorded, so the next run copies it whole.
+    const auto library = std::find_if(phone.answerKey().assets.cbegin(), phone.answerKey().assets.cend(),
+                                      [](const PhoneAnswerKey::Asset& asset) { return asset.category == "library"; });
+    const PhoneAnswerKey::File& cut = library->files.first();
+    phone.setFaults({{"failPaths", QJsonObject{{cut.path, QJsonObject{{"endAfterBytes", 1000}}}}}});
+    const QString cutShort = newFolder(dirs, "cut short");
+    const ProgramResult shortened = phone.cli(arguments(kBackup, cutShort));
+    EXPECT_EQ(shortened.exitCode, 1) << shortened.describe().toStdString();
+    EXPECT_EQ(shortened.lines("ERROR ").filter(QString("the device sent 1000 of its %1 bytes").arg(cut.size)).size(), 1)
+        << shortened.describe().toStdString();
+    for (const ManifestRow& row : readManifestRows(cutShort))
+        EXPECT_NE(row.sourcePath, cut.path) << row.relPath.toStdString();
+    expectNothingHalfDone(cutShort, phone);
+
     // A few files get through, then the cable is pulled: the items being copied fail with the
     // phone's reason, and after a few in a row the run ends with one line instead of failing every
     // item left, and exits as a failed run.
@@ -294,6 +310,8 @@ TEST(BackupFaults, PhoneTroubleMidBackupLosesNothing)
     const ProgramResult fine = phone.cli(arguments(kBackup, dest));
     EXPECT_EQ(fine.exitCode, 0) << fine.describe().toStdString();
     EXPECT_EQ(backupDifferences(reference, dest), QStringList());
+    EXPECT_EQ(phone.cli(arguments(kBackup, cutShort)).exitCode, 0);
+    EXPECT_EQ(backupDifferences(reference, cutShort), QStringList());
 }
 
 // A manifest that is damaged (random bytes, cut short) or is another program's SQLite database:
@@ -370,4 +388,50 @@ TEST(BackupFaults, DamagedPhotosDatabaseStopsTheRunAfterThreeAttempts)
         << run.describe().toStdString();
     EXPECT_EQ(phone.simulator().log().count("FILE_OPEN /PhotoData/Photos.sqlite "), 3);
     EXPECT_EQ(QDir(dest).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot), QStringList());
+}
+
+// A damaged library that gives two items, or two albums, the same identifier: every item's files
+// and every album's folder are backed up all the same, and both the backup and the tree say so.
+TEST(BackupFaults, SharedIdentifiersInADamagedLibraryLoseNothing)
+{
+    TempDir dirs;
+    const QStringList options{"--assets", "40", "--seed", "12", "--generation", "ios17"};
+    const QString reference = referenceBackup(PhoneBackup(options), dirs);
+
+    const QString folder = dirs.filePath("phone");
+    const ProgramResult made = makePhone(folder, options);
+    ASSERT_EQ(made.exitCode, 0) << made.describe().toStdString();
+    {
+        SQLiteDB db(folder + "/media/PhotoData/Photos.sqlite", false, false);
+        db.execute("PRAGMA wal_checkpoint(TRUNCATE)");
+        const auto giveTheFirstsIdentifierToTheSecond = [&](const QString& table, const QString& which) {
+            const QString nth = "SELECT Z_PK FROM " + table + " WHERE " + which + " ORDER BY Z_PK LIMIT 1 OFFSET %1";
+            db.execute("UPDATE " + table + " SET ZUUID = (SELECT ZUUID FROM " + table + " WHERE Z_PK = (" + nth.arg(0) +
+                       ")) WHERE Z_PK = (" + nth.arg(1) + ")");
+        };
+        giveTheFirstsIdentifierToTheSecond("ZASSET", "ZTRASHEDSTATE = 0 AND ZHIDDEN = 0");
+        giveTheFirstsIdentifierToTheSecond("ZGENERICALBUM", "ZKIND = 2");
+    }
+    PhoneBackup phone(PhoneBackup::Folder{folder});
+    const QString dest = newFolder(dirs, "dest");
+
+    const ProgramResult run = phone.cli(arguments(kBackup, dest));
+    EXPECT_EQ(run.exitCode, 0) << run.describe().toStdString();
+    // The same files and folders as the intact phone's backup (only the manifest's keys differ).
+    const auto files = [](const QString& root) {
+        QStringList files;
+        const FolderSnapshot snapshot = FolderSnapshot::take(root);
+        for (auto file = snapshot.files.cbegin(); file != snapshot.files.cend(); ++file)
+            if (!file.key().startsWith(Manifest::fileName))
+                files << file.key() + " " + file->sha256;
+        return files;
+    };
+    EXPECT_EQ(files(dest), files(reference));
+    const QStringList warnings = run.lines("WARNING ").filter("the same identifier");
+    ASSERT_EQ(warnings.size(), 2) << run.describe().toStdString();
+    EXPECT_TRUE(warnings[0].startsWith("WARNING The Photos library gives the items ")) << warnings[0].toStdString();
+    EXPECT_TRUE(warnings[1].startsWith("WARNING The Photos library gives the albums ")) << warnings[1].toStdString();
+
+    const ProgramResult tree = phone.cli({"tree", "--dest", dest});
+    EXPECT_EQ(tree.lines("WARNING ").filter("the same identifier"), warnings) << tree.describe().toStdString();
 }

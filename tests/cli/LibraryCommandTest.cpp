@@ -73,7 +73,8 @@ TEST(LibraryCommand, UnreadableDatabases)
     result = CliRun::of({"library", "--db", dir.filePath("notes.txt"), "--json"});
     EXPECT_EQ(result.code, 3);
     EXPECT_EQ(result.out, "");
-    EXPECT_EQ(result.err, "SQLite: file is not a database in: SELECT Z_ENT, Z_NAME FROM Z_PRIMARYKEY\n");
+    EXPECT_EQ(result.err,
+              "SQLite: file is not a database in: SELECT 1 FROM sqlite_master WHERE type='table' AND name=?\n");
 
     result = CliRun::of({"library", "--db", dir.filePath("missing.sqlite")});
     EXPECT_EQ(result.code, 3);

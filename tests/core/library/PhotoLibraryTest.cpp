@@ -180,7 +180,7 @@ TEST(PhotoLibrary, MissingRequiredColumnsAreNamed)
          kUnsupported + "ZGENERICASSET.ZFILENAME missing"},
         {{"ALTER TABLE ZASSET RENAME TO ZPHOTO"}, kUnsupported + "no ZASSET table"},
         {{"DROP TABLE ZGENERICALBUM"}, kUnsupported + "ZGENERICALBUM.Z_PK missing"},
-        {{"DROP TABLE Z_PRIMARYKEY"}, "SQLite: no such table: Z_PRIMARYKEY in: SELECT Z_ENT, Z_NAME FROM Z_PRIMARYKEY"},
+        {{"DROP TABLE Z_PRIMARYKEY"}, kUnsupported + "no Z_PRIMARYKEY table"},
     };
     for (const auto& [statements, text] : cases)
         EXPECT_EQ(loadFailure(changedDatabase(dir, statements)), text) << statements.join("; ");
