@@ -129,6 +129,10 @@ struct ModelSetup {
         app = model();
         platform.folderAnswer = backup;
         app->chooseDestination();
+        return loaded();
+    }
+    bool loaded()
+    {
         return waitFor([&] { return app->libraryState() == LibraryState::loaded(); });
     }
     // Slows the phone's link, so that a run can be caught copying.
