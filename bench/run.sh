@@ -18,7 +18,7 @@ if [[ -n "$MODE" && "$MODE" != --smoke ]]; then
     exit 2
 fi
 BIN="$BUILD_DIR/bin"
-for bench in PlanBench LibraryLoadBench DeviceTransferBench BackupBench RerunBench; do
+for bench in PlanBench LibraryLoadBench DeviceTransferBench BackupBench RerunBench AppModelBench; do
     if [[ ! -x "$BIN/$bench" ]]; then
         echo "bench/run.sh: $BIN/$bench is missing; build first (make build)" >&2
         exit 2
@@ -42,6 +42,7 @@ if [[ "$MODE" == --smoke ]]; then
     run "$BIN/DeviceTransferBench" --size-mb 10 --runs 1
     run "$BIN/BackupBench" --assets 5 --runs 1 --work "$SCRATCH"
     run "$BIN/RerunBench" --assets 300 --runs 1 --data "$SCRATCH"
+    run "$BIN/AppModelBench" --assets 300 --runs 1 --data "$SCRATCH"
 else
     DATA="$BUILD_DIR/bench-data"
     mkdir -p "$DATA"
@@ -50,6 +51,7 @@ else
     run "$BIN/DeviceTransferBench" --runs 3
     run "$BIN/BackupBench" --assets 400 --runs 3 --work "$DATA"
     run "$BIN/RerunBench" --assets 100000 --runs 3 --data "$DATA"
+    run "$BIN/AppModelBench" --assets 100000 --data "$DATA"
 fi
 
 echo

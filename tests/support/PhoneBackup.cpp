@@ -114,9 +114,11 @@ PhoneBackup::PhoneBackup(Folder deviceFolder) : m_deviceFolder(deviceFolder.path
 
 QString PhoneBackup::udid() const { return readJson(m_deviceFolder + "/device.json")["udid"].toString(); }
 
-void PhoneBackup::setFaults(const QJsonObject& faults)
+void PhoneBackup::setFaults(const QJsonObject& faults) { setDeviceFaults(m_deviceFolder, faults); }
+
+void setDeviceFaults(const QString& deviceFolder, const QJsonObject& faults)
 {
-    const QString path = m_deviceFolder + "/device.json";
+    const QString path = deviceFolder + "/device.json";
     QJsonObject device = readJson(path);
     if (faults.isEmpty())
         device.remove("faults");

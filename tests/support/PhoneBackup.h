@@ -71,6 +71,9 @@ struct PhoneAnswerKey {
 
 // Runs ombrelo-mkdevice to write a phone into `folder` with these options.
 ProgramResult makePhone(const QString& folder, const QStringList& options);
+// Replaces the "faults" of a device folder's device.json (an empty object removes them); a
+// simulator serving it applies them from its next device listing.
+void setDeviceFaults(const QString& deviceFolder, const QJsonObject& faults);
 
 // A simulated phone served by its own ombrelo-devicesim, and ombrelo-cli run against it as a
 // user runs it: a separate process with the phone's usbmuxd socket and a cache folder of its own.
